@@ -1,0 +1,27 @@
+// Path text as the file system gives it: raw bytes, never re-encoded. These helpers work on the
+// text alone and never touch the disk.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace tw {
+
+// Collapses repeated "/", drops "." steps and a trailing "/", and resolves ".." lexically.
+std::string standardizePath(std::string_view path);
+// Replaces a leading "~" or "~/" with `home`.
+std::string expandTilde(std::string_view path, std::string_view home);
+// The last component ("/a/b/" gives "b"); the whole path when that is empty (so "/" gives "/").
+std::string_view displayNameForPath(std::string_view path);
+// The folder holding `path` ("/a/b" gives "/a", "/a" gives "/").
+std::string parentPath(std::string_view path);
+// `path` equals `folder` or lies below it.
+bool isSameOrInside(std::string_view path, std::string_view folder);
+// `path` lies below `folder` (it starts with the folder's path followed by "/").
+bool isInside(std::string_view path, std::string_view folder);
+// `folder` followed by "/" and `name`, without doubling the "/" of the root.
+std::string appendPathComponent(std::string_view folder, std::string_view name);
+// The user's home folder ($HOME, else the password database).
+std::string homeDirectory();
+
+}  // namespace tw
