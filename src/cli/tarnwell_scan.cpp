@@ -18,7 +18,7 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: tarnwell-scan [--threads N] [--json] PATH\n"
-    "  --threads N  threads reading folders ahead of the walk (default 2)\n"
+    "  --threads N  threads making system calls, the walk included (default 2)\n"
     "  --json       print one JSON line of figures instead of the listing\n";
 
 uint64_t currentRssBytes() {
@@ -80,7 +80,7 @@ int main(int argc, char** argv) {
 
   const uint64_t baselineRss = currentRssBytes();
   tw::DirectoryScanner::Options options;
-  options.readerThreads = threads;
+  options.threads = threads;
   tw::DirectoryScanner scanner(options);
   tw::ScanResult result = scanner.scanNow(path, 0, nullptr);
   if (!result.root) {

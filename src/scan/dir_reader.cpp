@@ -1,6 +1,7 @@
 #include "scan/dir_reader.h"
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -107,9 +108,28 @@ struct ListingPrefetcher::Slot {
   std::vector<Ticket> children;
 };
 
+namespace {
+// Every listing waiting to be taken holds its folder open, and so may each of its queued
+// subfolders' parents: keep well inside the descriptor limit, raising it where allowed.
+std::size_t readyLimitForDescriptors(std::size_t wanted) {
+  rlimit limit{};
+  if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return std::min<std::size_t>(wanted, 64);
+  if (limit.rlim_cur != RLIM_INFINITY && limit.rlim_cur < limit.rlim_max) {
+    rlimit raised = limit;
+    raised.rlim_cur = std::min<rlim_t>(limit.rlim_max, 65536);
+    if (setrlimit(RLIMIT_NOFILE, &raised) == 0) limit = raised;
+  }
+  const std::size_t descriptors =
+      limit.rlim_cur == RLIM_INFINITY ? 65536 : static_cast<std::size_t>(limit.rlim_cur);
+  return std::clamp<std::size_t>((descriptors > 256 ? descriptors - 256 : 0) / 2, 8, wanted);
+}
+}  // namespace
+
 ListingPrefetcher::ListingPrefetcher(int threads, ReadOptions options,
                                      const EntryClassifier& classifier, std::size_t maxReady)
-    : options_(options), classifier_(classifier), maxReady_(std::max<std::size_t>(1, maxReady)) {
+    : options_(options),
+      classifier_(classifier),
+      maxReady_(readyLimitForDescriptors(std::max<std::size_t>(1, maxReady))) {
   for (int i = 0; i < threads; ++i) threads_.emplace_back([this] { work(); });
 }
 
@@ -171,9 +191,22 @@ std::unique_ptr<DirListing> ListingPrefetcher::take(const Ticket& ticket,
                                                     std::vector<Ticket>& children) {
   {
     std::unique_lock lock(mutex_);
-    if (ticket->state == Slot::State::Reading) {
+    // While a thread reads the listing we need, read the next folder in line instead of idling.
+    while (ticket->state == Slot::State::Reading) {
+      if (!stack_.empty() && ready_ < maxReady_) {
+        Ticket other = std::move(stack_.back());
+        stack_.pop_back();
+        if (other->state != Slot::State::Pending) continue;
+        other->state = Slot::State::Reading;
+        ++ready_;
+        lock.unlock();
+        fill(*other);
+        lock.lock();
+        other->state = Slot::State::Done;
+        continue;
+      }
       walkWaiting_ = true;
-      done_.wait(lock, [&] { return ticket->state == Slot::State::Done; });
+      done_.wait(lock);
       walkWaiting_ = false;
     }
     if (ticket->state == Slot::State::Done) {

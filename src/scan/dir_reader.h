@@ -101,7 +101,7 @@ class ListingPrefetcher {
   using Ticket = std::shared_ptr<Slot>;
 
   ListingPrefetcher(int threads, ReadOptions options, const EntryClassifier& classifier,
-                    std::size_t maxReady = 256);
+                    std::size_t maxReady = 2048);
   ~ListingPrefetcher();
   ListingPrefetcher(const ListingPrefetcher&) = delete;
   ListingPrefetcher& operator=(const ListingPrefetcher&) = delete;

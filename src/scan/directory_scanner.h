@@ -79,7 +79,7 @@ class DirectoryScanner {
     std::shared_ptr<const VolumeLayout> layout;
     Executor callbackExecutor;                // defaults to inline
     std::function<ScanSettings()> settings;   // read at the start of every walk
-    int readerThreads = 2;                    // threads reading folders ahead of the walk
+    int threads = 2;  // threads making system calls: the walk and threads reading ahead of it
   };
 
   explicit DirectoryScanner(Options options);

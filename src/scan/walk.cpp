@@ -354,7 +354,7 @@ void Walk::processItem(Frame& frame, std::size_t index) {
 }
 
 void Walk::walkTree() {
-  prefetcher_ = std::make_unique<ListingPrefetcher>(std::max(0, options_.readerThreads),
+  prefetcher_ = std::make_unique<ListingPrefetcher>(std::max(0, options_.threads - 1),
                                                     readOptions_, *this);
   enterFolder(prefetcher_->root(rootPath_), root_, {}, rootPath_);
   while (!stack_.empty()) {
