@@ -41,7 +41,9 @@ TEST(NaturalOrder, IsAStrictWeakOrderOverMixedAndInvalidNames) {
     for (const auto& b : names) {
       EXPECT_EQ(naturalCompare(a, b) < 0, naturalCompare(b, a) > 0) << a << " / " << b;
       for (const auto& c : names) {
-        if (before(a, b) && before(b, c)) EXPECT_TRUE(before(a, c)) << a << " " << b << " " << c;
+        if (before(a, b) && before(b, c)) {
+          EXPECT_TRUE(before(a, c)) << a << " " << b << " " << c;
+        }
       }
     }
   }
