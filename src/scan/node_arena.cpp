@@ -15,6 +15,30 @@ constexpr std::size_t kMaxChunk = std::size_t{1} << 20;
 NodeArena::~NodeArena() {
   extras_.clear();
   for (void* chunk : chunks_) std::free(chunk);
+  for (void* chunk : nodeChunks_) std::free(chunk);
+}
+
+void* NodeArena::allocateNode() {
+  Lock lock(*this);
+  if (nodeCursor_ + kNodeRecordSize > nodePageEnd_) {
+    if (nodePageEnd_ == nodeChunkEnd_) {
+      const std::size_t bytes = nextNodeChunkPages_ * kNodePageSize;
+      if (nextNodeChunkPages_ < 64) nextNodeChunkPages_ *= 2;
+      char* chunk = static_cast<char*>(std::aligned_alloc(kNodePageSize, bytes));
+      if (!chunk) throw std::bad_alloc();
+      nodeChunks_.push_back(chunk);
+      reserved_ += bytes;
+      nodePageEnd_ = chunk;
+      nodeChunkEnd_ = chunk + bytes;
+    }
+    char* page = nodePageEnd_;
+    *reinterpret_cast<NodeArena**>(page) = this;
+    nodeCursor_ = page + sizeof(NodeArena*);
+    nodePageEnd_ = page + kNodePageSize;
+  }
+  void* result = nodeCursor_;
+  nodeCursor_ += kNodeRecordSize;
+  return result;
 }
 
 void* NodeArena::allocateLocked(std::size_t size) {

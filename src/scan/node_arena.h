@@ -24,6 +24,16 @@ class NodeArena {
   // build; a tree handed to other threads always locks, since lazy loaders allocate from it.
   void setExclusive(bool exclusive) { exclusive_ = exclusive; }
 
+  // Storage for one node record. Node records live in 4 KiB pages that begin with a pointer
+  // to their arena, so any node finds its arena in constant time.
+  void* allocateNode();
+  static NodeArena* arenaOfNode(const void* node) {
+    return *reinterpret_cast<NodeArena* const*>(reinterpret_cast<std::uintptr_t>(node) &
+                                                ~(kNodePageSize - 1));
+  }
+  static constexpr std::size_t kNodePageSize = 4096;
+  static constexpr std::size_t kNodeRecordSize = 56;
+
   // Raw storage for one object of `size` bytes, aligned to 8.
   void* allocate(std::size_t size);
   // A NUL-terminated copy of `text`.
@@ -55,6 +65,11 @@ class NodeArena {
   std::size_t nextChunk_ = 4096;
   std::size_t reserved_ = 0;
   std::vector<void*> chunks_;
+  std::vector<void*> nodeChunks_;
+  char* nodeCursor_ = nullptr;  // next free record in the current node page
+  char* nodePageEnd_ = nullptr;
+  char* nodeChunkEnd_ = nullptr;
+  std::size_t nextNodeChunkPages_ = 1;
   std::vector<std::unique_ptr<ScanNodeExtra>> extras_;
   void** freeArrays_[32] = {};
 };

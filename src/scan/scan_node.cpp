@@ -11,6 +11,7 @@
 namespace tw {
 
 static_assert(sizeof(ScanNode) == ScanNode::kRecordSize, "keep the node record small");
+static_assert(sizeof(ScanNode) == NodeArena::kNodeRecordSize, "node pages hold whole records");
 
 namespace {
 
@@ -31,14 +32,13 @@ ScanNode::ScanNode(const char* name, bool directory) : name_(name) { setDirector
 
 ScanNode* ScanNode::construct(NodeArena& arena, std::string_view name, bool directory) {
   const char* copy = arena.copyString(name);
-  return new (arena.allocate(sizeof(ScanNode))) ScanNode(copy, directory);
+  return new (arena.allocateNode()) ScanNode(copy, directory);
 }
 
 ScanNodeRef ScanNode::makeRoot(std::string_view path, bool directory) {
   auto* arena = new NodeArena();
   ScanNode* node = construct(*arena, displayNameForPath(path), directory);
   ScanNodeExtra* extra = node->ensureExtraIn(*arena);
-  extra->arena = arena;
   extra->path.assign(path);
   extra->hasPath = true;
   ScanNodeRef ref(node, [arena](ScanNode*) { delete arena; });
@@ -58,7 +58,7 @@ ScanNode* ScanNode::treeRoot() {
   return node;
 }
 
-NodeArena& ScanNode::arena() { return *treeRoot()->extra()->arena; }
+NodeArena& ScanNode::arena() { return *NodeArena::arenaOfNode(this); }
 
 ScanNodeRef ScanNode::ref() {
   ScanNodeRef root = treeRoot()->extra()->self.lock();

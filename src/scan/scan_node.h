@@ -66,8 +66,7 @@ struct ScanNodeExtra {
   int64_t databaseNodeID = 0;
   std::shared_ptr<ScanStore> scanStore;
   ChildrenLoader loader;
-  // Tree bookkeeping, set on the node a tree was made from.
-  NodeArena* arena = nullptr;
+  // The handle of a tree, set on the node it was made from.
   std::weak_ptr<ScanNode> self;
   std::atomic<std::recursive_mutex*> lock{nullptr};
 };

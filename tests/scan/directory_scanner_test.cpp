@@ -1,1 +1,326 @@
+#include "scan/directory_scanner.h"
+
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <sys/stat.h>
+
+#include <cmath>
+#include <condition_variable>
+#include <cstring>
+#include <mutex>
+#include <thread>
+
+#include "scan/fingerprint.h"
+#include "scan/scan_test_support.h"
+#include "support/temp_tree.h"
+
+namespace tw {
+namespace {
+
+using test::allocatedSize;
+using test::child;
+using test::find;
+using test::scanTree;
+using test::TempTree;
+
+TEST(DirectoryScanner, FolderSizesAreTheAllocatedBytesOfEverythingBelow) {
+  TempTree t;
+  const auto a = t.file("a.bin", 10000);
+  const auto b = t.file("sub/b.bin", 70000);
+  const auto c = t.file("sub/deeper/c.bin", 1);
+  t.file("sub/empty.txt", 0);
+  t.folder("nothing");
+  ScanResult r = scanTree(t.root());
+  ASSERT_TRUE(r.root);
+  ScanNode* root = r.root.get();
+  EXPECT_FALSE(root->isVolumeRoot());
+  EXPECT_EQ(root->path(), t.root());
+  EXPECT_EQ(find(root, "sub")->size(), allocatedSize(b) + allocatedSize(c));
+  EXPECT_EQ(find(root, "sub/deeper/c.bin")->size(), allocatedSize(c));
+  EXPECT_EQ(find(root, "nothing")->size(), 0u);
+  EXPECT_EQ(root->size(), allocatedSize(a) + allocatedSize(b) + allocatedSize(c));
+  EXPECT_EQ(test::childSum(root), root->size());
+  // Largest first, then by name.
+  EXPECT_EQ(root->children()[0]->name(), "sub");
+  EXPECT_EQ(root->children().back()->name(), "nothing");
+  EXPECT_EQ(r.statistics.itemsVisited, 7u);
+  EXPECT_TRUE(root->scanIssues().empty());
+  EXPECT_GT(root->scanDate(), 1.6e9);
+}
+
+TEST(DirectoryScanner, ScannerCountsHardLinkedFileOnce) {
+  TempTree t;
+  t.file("one/big.bin", 1 << 20);
+  t.hardLink("one/big.bin", "two/again.bin");
+  t.hardLink("one/big.bin", "one/twin.bin");
+  ScanResult r = scanTree(t.root());
+  ASSERT_TRUE(r.root);
+  EXPECT_EQ(r.root->size(), allocatedSize(t.path("one/big.bin")));
+  // The first path met carries the size; the others have no node at all.
+  int nodes = (find(r.root.get(), "one/big.bin") != nullptr) +
+              (find(r.root.get(), "one/twin.bin") != nullptr) +
+              (find(r.root.get(), "two/again.bin") != nullptr);
+  EXPECT_EQ(nodes, 1);
+}
+
+TEST(DirectoryScanner, SymbolicLinksAreNeitherFollowedNorCounted) {
+  TempTree t;
+  t.file("real/data.bin", 100000);
+  t.symlink(t.path("real"), "link-to-folder");
+  t.symlink(t.path("real/data.bin"), "link-to-file");
+  t.symlink("nowhere", "dangling");
+  ScanResult r = scanTree(t.root());
+  ASSERT_TRUE(r.root);
+  EXPECT_EQ(r.root->children().size(), 1u);
+  EXPECT_EQ(r.root->size(), allocatedSize(t.path("real/data.bin")));
+}
+
+TEST(DirectoryScanner, ExcludedPathsAndNamePatternsAreLeftOut) {
+  TempTree t;
+  t.file("keep/a.txt", 5000);
+  t.file("keep/x/c.LOG", 5000);  // two folders deep, upper-case extension
+  t.file("keep/Café.tmp", 5000);
+  t.file("skipme/inner/big.bin", 300000);
+  t.file("home/cache/junk.bin", 300000);
+  ScanSettings settings;
+  settings.excludedPaths = {t.path("skipme") + "/", "~/cache"};
+  settings.excludedFilePatterns = {"*.log", "  cafe*  ", "", "keep/nothing*"};
+  setenv("HOME", t.path("home").c_str(), 1);
+  ScanResult r = scanTree(t.root(), nullptr, settings);
+  ASSERT_TRUE(r.root);
+  EXPECT_EQ(find(r.root.get(), "skipme"), nullptr);
+  EXPECT_EQ(find(r.root.get(), "home/cache"), nullptr);
+  EXPECT_NE(find(r.root.get(), "home"), nullptr);
+  EXPECT_EQ(find(r.root.get(), "keep/x/c.LOG"), nullptr);
+  EXPECT_EQ(find(r.root.get(), "keep/Café.tmp"), nullptr);
+  EXPECT_NE(find(r.root.get(), "keep/a.txt"), nullptr);
+  EXPECT_EQ(r.root->size(), allocatedSize(t.path("keep/a.txt")));
+
+  // A pattern may also match the path relative to the root.
+  settings = {};
+  settings.excludedFilePatterns = {"keep/x"};
+  r = scanTree(t.root(), nullptr, settings);
+  EXPECT_EQ(find(r.root.get(), "keep/x"), nullptr);
+  EXPECT_NE(find(r.root.get(), "keep/a.txt"), nullptr);
+}
+
+TEST(DirectoryScanner, PackagesAreLeftOutButArchivesAreScanned) {
+  TempTree t;
+  t.file("Tool.app/Contents/MacOS/tool", 200000);
+  t.file("Build.xcarchive/Products/thing", 100000);
+  ScanResult r = scanTree(t.root());
+  ASSERT_TRUE(r.root);
+  EXPECT_EQ(find(r.root.get(), "Tool.app"), nullptr);
+  ASSERT_NE(find(r.root.get(), "Build.xcarchive/Products/thing"), nullptr);
+  EXPECT_EQ(r.root->size(), allocatedSize(t.path("Build.xcarchive/Products/thing")));
+
+  ScanSettings keepPackages;
+  keepPackages.skipPackages = false;
+  r = scanTree(t.root(), nullptr, keepPackages);
+  ScanNode* app = find(r.root.get(), "Tool.app");
+  ASSERT_NE(app, nullptr);
+  EXPECT_TRUE(app->isPackage());
+  EXPECT_TRUE(app->isDirectory());
+  EXPECT_NE(find(app, "Contents/MacOS/tool"), nullptr);
+}
+
+TEST(DirectoryScanner, SmallChildrenOfAFolderScanAreGroupedAtHalfAPercent) {
+  TempTree t;
+  for (int i = 0; i < 8; ++i) t.file("sub/big" + std::to_string(i), 400000);
+  t.file("sub/tiny1", 10);
+  t.file("sub/tiny2", 10);
+  ScanResult r = scanTree(t.root());
+  ScanNode* sub = find(r.root.get(), "sub");
+  ASSERT_NE(sub, nullptr);
+  ASSERT_EQ(sub->children().size(), 9u);
+  ScanNode* group = sub->children().back();
+  EXPECT_EQ(group->name(), kSmallerObjectsName);
+  EXPECT_TRUE(group->isAggregate());
+  EXPECT_EQ(group->path(), t.path("sub"));
+  EXPECT_EQ(group->size(), allocatedSize(t.path("sub/tiny1")) * 2);
+  EXPECT_EQ(find(group, "tiny2")->path(), t.path("sub/tiny2"));
+}
+
+// The fingerprint of one item computed the long way, from its description.
+uint64_t itemFingerprint(const std::string& relative, bool folder, uint64_t size, double mtime) {
+  uint64_t h = 0x14650FB0739D0383ULL;
+  auto feed = [&h](unsigned char c) { h = (h ^ c) * 0x100000001B3ULL; };
+  for (unsigned char c : relative) feed(c);
+  feed(folder ? 1 : 0);
+  for (int i = 0; i < 8; ++i) feed(static_cast<unsigned char>(size >> (8 * i)));
+  uint64_t bits;
+  std::memcpy(&bits, &mtime, 8);
+  for (int i = 0; i < 8; ++i) feed(static_cast<unsigned char>(bits >> (8 * i)));
+  return h;
+}
+
+TEST(DirectoryScanner, FingerprintSumsItemsWithTheFixedStartValue) {
+  TempTree t;
+  t.file("d/f.txt", 123);
+  t.file("Thing.app/inside", 10);
+  t.hardLink("d/f.txt", "d/g.txt");
+  t.symlink("d", "link");
+  t.setModificationTime("d/f.txt", 1700000000.25);
+  t.setModificationTime("d", 1600000000.0);
+  t.setModificationTime("Thing.app", 1500000000.0);
+  ScanResult r = scanTree(t.root());
+  ASSERT_TRUE(r.root);
+  const double fileTime = 1700000000.25;
+  // A folder's logical size is whatever the file system reports for it.
+  struct stat d {};
+  stat(t.path("d").c_str(), &d);
+  struct stat app {};
+  stat(t.path("Thing.app").c_str(), &app);
+  const uint64_t expected = itemFingerprint("/d", true, static_cast<uint64_t>(d.st_size), 1600000000.0) +
+             itemFingerprint("/d/f.txt", false, 123, fileTime) +
+             itemFingerprint("/d/g.txt", false, 123, fileTime) +
+             itemFingerprint("/Thing.app", true, static_cast<uint64_t>(app.st_size), 1500000000.0);
+  EXPECT_EQ(r.root->sourceFingerprint(), expected);
+  EXPECT_EQ(r.root->sourceItemCount(), 4);
+
+  SourceSnapshot snapshot = DirectoryScanner::computeSourceSnapshot(t.root(), {});
+  EXPECT_EQ(snapshot.fingerprint, expected);
+  EXPECT_EQ(snapshot.itemCount, 4);
+  EXPECT_FALSE(snapshot.error.has_value());
+
+  t.setModificationTime("d/f.txt", 1700000001.0);
+  EXPECT_NE(DirectoryScanner::computeSourceSnapshot(t.root(), {}).fingerprint, expected);
+}
+
+TEST(DirectoryScanner, SnapshotSkipsExcludedItemsLikeTheWalk) {
+  TempTree t;
+  t.file("a/x.log", 10);
+  t.file("a/y.txt", 10);
+  t.file("b/z.txt", 10);
+  DirectoryScanner::Options options;
+  ScanSettings settings;
+  settings.excludedPaths = {t.path("b")};
+  settings.excludedFilePatterns = {"*.LOG"};
+  options.settings = [settings] { return settings; };
+  SourceSnapshot snapshot = DirectoryScanner::computeSourceSnapshot(t.root(), options);
+  ScanResult r = scanTree(t.root(), nullptr, settings);
+  EXPECT_EQ(snapshot.itemCount, 2);  // a, a/y.txt
+  EXPECT_EQ(snapshot.fingerprint, r.root->sourceFingerprint());
+  EXPECT_EQ(r.root->sourceItemCount(), 2);
+  EXPECT_TRUE(DirectoryScanner::computeSourceSnapshot(t.path("missing"), {}).error.has_value());
+}
+
+TEST(DirectoryScanner, ProgressEvery512ItemsFollowsTheCurveAndEndsWithFixedSteps) {
+  TempTree t;
+  for (int i = 0; i < 1100; ++i) t.file("f/" + std::to_string(i), i % 3 ? 100 : 0);
+  std::vector<std::tuple<uint64_t, uint64_t, double>> seen;
+  DirectoryScanner scanner({});
+  const uint64_t estimate = 1'000'000;
+  ScanResult r = scanner.scanNow(t.root(), estimate, [&](uint64_t bytes, uint64_t items, double f) {
+    seen.emplace_back(bytes, items, f);
+  });
+  ASSERT_TRUE(r.root);
+  ASSERT_EQ(seen.size(), 5u);
+  EXPECT_EQ(std::get<1>(seen[0]), 512u);
+  EXPECT_EQ(std::get<1>(seen[1]), 1024u);
+  for (int i = 0; i < 2; ++i) {
+    double x = static_cast<double>(std::get<0>(seen[i])) / estimate;
+    EXPECT_DOUBLE_EQ(std::get<2>(seen[i]), std::min(0.915, 0.92 * (1 - std::exp(-2 * x))));
+  }
+  EXPECT_EQ(std::get<2>(seen[2]), 0.92);
+  EXPECT_EQ(std::get<2>(seen[3]), 0.97);
+  EXPECT_EQ(std::get<2>(seen[4]), 0.995);
+  EXPECT_EQ(std::get<1>(seen[4]), 1101u);
+  EXPECT_EQ(walkProgressFraction(10 * estimate, estimate), 0.915);
+
+  seen.clear();
+  scanner.scanNow(t.root(), 0, [&](uint64_t b, uint64_t i, double f) { seen.emplace_back(b, i, f); });
+  ASSERT_EQ(seen.size(), 3u);
+  for (auto& s : seen) EXPECT_EQ(std::get<2>(s), -1.0);
+}
+
+TEST(DirectoryScanner, CancelledWalkDeliversNoTree) {
+  TempTree t;
+  for (int i = 0; i < 2000; ++i) t.file("f/" + std::to_string(i), 0);
+  std::mutex m;
+  std::condition_variable cv;
+  bool finished = false, cancelledFlag = false;
+  ScanNodeRef delivered;
+  DirectoryScanner scanner({});
+  scanner.scanURL(
+      t.root(), 0, [&](uint64_t, uint64_t, double) { scanner.cancel(); },
+      [&](ScanNodeRef root, std::optional<Error> error, bool cancelled) {
+        std::lock_guard lock(m);
+        delivered = root;
+        cancelledFlag = cancelled && !error;
+        finished = true;
+        cv.notify_all();
+      });
+  std::unique_lock lock(m);
+  ASSERT_TRUE(cv.wait_for(lock, std::chrono::seconds(30), [&] { return finished; }));
+  EXPECT_EQ(delivered, nullptr);
+  EXPECT_TRUE(cancelledFlag);
+  EXPECT_TRUE(scanner.isCancellationRequested());
+}
+
+TEST(DirectoryScanner, ScanRunsInTheBackgroundAndIgnoresASecondStart) {
+  TempTree t;
+  t.file("a", 5000);
+  std::mutex m;
+  std::condition_variable cv;
+  int completions = 0;
+  ScanNodeRef delivered;
+  std::vector<std::function<void()>> posted;  // plays the GUI thread's queue
+  DirectoryScanner::Options options;
+  options.callbackExecutor = [&](std::function<void()> f) {
+    std::lock_guard lock(m);
+    posted.push_back(std::move(f));
+    cv.notify_all();
+  };
+  DirectoryScanner scanner(options);
+  auto completion = [&](ScanNodeRef root, std::optional<Error>, bool) {
+    ++completions;
+    delivered = root;
+  };
+  scanner.scanURL(t.root(), 0, nullptr, completion);
+  scanner.scanURL(t.root(), 0, nullptr, completion);  // ignored: one is running
+  EXPECT_TRUE(scanner.isScanning());
+  {
+    std::unique_lock lock(m);
+    ASSERT_TRUE(cv.wait_for(lock, std::chrono::seconds(30), [&] { return !posted.empty(); }));
+  }
+  EXPECT_TRUE(scanner.isScanning());  // until the completion runs on "the GUI thread"
+  posted.front()();
+  EXPECT_FALSE(scanner.isScanning());
+  EXPECT_EQ(completions, 1);
+  ASSERT_TRUE(delivered);
+  EXPECT_EQ(delivered->size(), allocatedSize(t.path("a")));
+}
+
+TEST(DirectoryScanner, MissingRootOrFileRootBecomesAnIssueOfTheRoot) {
+  TempTree t;
+  ScanResult missing = scanTree(t.path("gone"));
+  ASSERT_TRUE(missing.root);
+  EXPECT_FALSE(missing.root->isDirectory());
+  ASSERT_EQ(missing.root->scanIssues().size(), 1u);
+  EXPECT_EQ(missing.root->scanIssues()[0].path, t.path("gone"));
+  EXPECT_EQ(missing.root->scanIssues()[0].message, "No such file or directory");
+
+  t.file("plain.txt", 100);
+  ScanResult file = scanTree(t.path("plain.txt"));
+  ASSERT_TRUE(file.root);
+  EXPECT_FALSE(file.root->isDirectory());
+  ASSERT_EQ(file.root->scanIssues().size(), 1u);
+  EXPECT_EQ(file.root->scanIssues()[0].message, "Not a directory");
+  EXPECT_EQ(file.root->size(), 0u);
+}
+
+TEST(DirectoryScanner, ModificationDatesAndNamesComeFromTheFileSystemByteForByte) {
+  TempTree t;
+  t.file("bad\xff\xfename.bin", 10);
+  t.setModificationTime("bad\xff\xfename.bin", 1234567890.5);
+  ScanResult r = scanTree(t.root());
+  ScanNode* n = child(r.root.get(), "bad\xff\xfename.bin");
+  ASSERT_NE(n, nullptr);
+  EXPECT_EQ(n->path(), t.root() + "/bad\xff\xfename.bin");
+  EXPECT_DOUBLE_EQ(n->modificationDate(), 1234567890.5);
+}
+
+}  // namespace
+}  // namespace tw

@@ -1,1 +1,287 @@
+#include "scan/scan_node.h"
+
 #include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace tw {
+namespace {
+
+// Builds children of `parent` from (name, size) pairs.
+std::vector<ScanNode*> addFiles(ScanNode* parent, const std::vector<std::pair<std::string, uint64_t>>& files) {
+  std::vector<ScanNode*> made;
+  for (const auto& [name, size] : files) {
+    ScanNode* n = parent->createNode(name, false);
+    n->setSize(size);
+    parent->addChild(n);
+    made.push_back(n);
+  }
+  return made;
+}
+
+std::vector<std::string> childNames(ScanNode* node) {
+  std::vector<std::string> names;
+  for (ScanNode* c : node->children()) names.emplace_back(c->name());
+  return names;
+}
+
+uint64_t sumOfChildren(ScanNode* node) {
+  uint64_t sum = 0;
+  for (ScanNode* c : node->children()) sum += c->size();
+  return sum;
+}
+
+TEST(ScanNode, RootOfFileSystemIsNamedSlashAndKeepsItsPath) {
+  ScanNodeRef root = ScanNode::makeRoot("/", true);
+  EXPECT_EQ(root->name(), "/");
+  EXPECT_EQ(root->path(), "/");
+  ScanNodeRef folder = ScanNode::makeRoot("/home/u/", true);
+  EXPECT_EQ(folder->name(), "u");
+  EXPECT_TRUE(folder->isChildrenLoaded());
+  EXPECT_TRUE(folder->scanIssues().empty());
+  EXPECT_EQ(folder->size(), 0u);
+}
+
+TEST(ScanNode, PathIsRebuiltFromParentsSkippingSyntheticGroups) {
+  ScanNodeRef root = ScanNode::makeRoot("/data", true);
+  root->setName("Data Disk");  // a volume name does not change the root's own path
+  ScanNode* docs = root->createNode("docs", true);
+  root->addChild(docs);
+  ScanNode* group = docs->createNode(kSmallerObjectsName, true);
+  group->setAggregate(true);
+  docs->addChild(group);
+  ScanNode* file = group->createNode("bad\xff.txt", false);
+  group->addChild(file);
+  EXPECT_EQ(docs->path(), "/data/docs");
+  EXPECT_EQ(group->path(), "/data/docs");
+  EXPECT_EQ(file->path(), "/data/docs/bad\xff.txt");
+  ScanNodeRef slash = ScanNode::makeRoot("/", true);
+  ScanNode* usr = slash->createNode("usr", true);
+  slash->addChild(usr);
+  EXPECT_EQ(usr->path(), "/usr");
+  EXPECT_EQ(kSmallerObjectsName.substr(kSmallerObjectsName.size() - 3), "\u2026");
+}
+
+TEST(ScanNode, HandleToAChildKeepsTheWholeTreeAlive) {
+  ScanNodeRef child;
+  {
+    ScanNodeRef root = ScanNode::makeRoot("/r", true);
+    ScanNode* c = root->createNode("c", false);
+    root->addChild(c);
+    child = c->ref();
+  }
+  ASSERT_NE(child->parent(), nullptr);
+  EXPECT_EQ(child->parent()->name(), "r");
+  EXPECT_EQ(child->path(), "/r/c");
+}
+
+TEST(ScanNode, ChildOrderPutsOrdinaryThenAggregateThenVirtualLargestFirstThenNaturalName) {
+  ScanNodeRef root = ScanNode::makeRoot("/r", true);
+  addFiles(root.get(), {{"f10", 5}, {"f2", 5}, {"big", 100}, {"F1", 5}});
+  ScanNode* hidden = root->createNode(kHiddenSpaceName, false);
+  hidden->setVirtualNode(true);
+  hidden->setSize(1000);
+  root->addChild(hidden);
+  ScanNode* group = root->createNode(kSmallerObjectsName, true);
+  group->setAggregate(true);
+  group->setSize(500);
+  root->addChild(group);
+  root->setSize(0);  // no grouping: only the order
+  ASSERT_TRUE(root->sortRecursively());
+  EXPECT_EQ(childNames(root.get()),
+            (std::vector<std::string>{"big", "F1", "f2", "f10", std::string(kSmallerObjectsName),
+                                      std::string(kHiddenSpaceName)}));
+}
+
+TEST(ScanNode, EightChildrenAreNeverGroupedAndNineNeedTwoSmallOnes) {
+  ScanNodeRef eight = ScanNode::makeRoot("/a", true);
+  addFiles(eight.get(), {{"a", 1000}, {"b", 1}, {"c", 1}, {"d", 1}, {"e", 1}, {"f", 1}, {"g", 1}, {"h", 1}});
+  eight->setSize(1007);
+  ASSERT_TRUE(eight->sortRecursively());
+  EXPECT_EQ(eight->children().size(), 8u);
+
+  // Threshold = 0.005 × 1,000,000 = 5,000: only "small" is at or below it.
+  ScanNodeRef nine = ScanNode::makeRoot("/b", true);
+  addFiles(nine.get(), {{"a", 100000}, {"b", 100000}, {"c", 100000}, {"d", 100000}, {"e", 100000},
+                        {"f", 100000}, {"g", 100000}, {"h", 100000}, {"small", 5000}});
+  nine->setSize(1000000);
+  ASSERT_TRUE(nine->sortRecursively());
+  EXPECT_EQ(nine->children().size(), 9u);
+  for (ScanNode* c : nine->children()) EXPECT_FALSE(c->isAggregate());
+}
+
+TEST(ScanNode, SmallChildrenOfAFolderAreGroupedAtHalfAPercent) {
+  ScanNodeRef root = ScanNode::makeRoot("/r", true);
+  auto files = addFiles(root.get(), {{"a", 200000}, {"b", 200000}, {"c", 200000}, {"d", 200000},
+                                     {"e", 180000}, {"t1", 5000}, {"t2", 4000}, {"t3", 1},
+                                     {"t4", 5001}});
+  root->setSize(1000000);
+  ASSERT_TRUE(root->sortRecursively());
+  // t4 (5001) is above the 5,000 threshold and stays; t1 (exactly 5,000), t2, t3 are grouped.
+  auto names = childNames(root.get());
+  ASSERT_EQ(names.size(), 7u);
+  EXPECT_EQ(names.back(), kSmallerObjectsName);
+  ScanNode* group = root->children().back();
+  EXPECT_TRUE(group->isAggregate());
+  EXPECT_TRUE(group->isDirectory());
+  EXPECT_EQ(group->size(), 9001u);
+  EXPECT_EQ(group->parent(), root.get());
+  EXPECT_EQ(childNames(group), (std::vector<std::string>{"t1", "t2", "t3"}));
+  for (ScanNode* c : group->children()) EXPECT_EQ(c->parent(), group);
+  EXPECT_EQ(files[6]->path(), "/r/t2");
+}
+
+TEST(ScanNode, GroupOfZeroSizeChildrenIsNotAddedAndTheyStayInPlace) {
+  ScanNodeRef root = ScanNode::makeRoot("/r", true);
+  addFiles(root.get(), {{"a", 100}, {"b", 100}, {"c", 100}, {"d", 100}, {"e", 100}, {"f", 100},
+                        {"g", 100}, {"z1", 0}, {"z2", 0}});
+  root->setSize(700);  // threshold 3: only the empty files are small
+  ASSERT_TRUE(root->sortRecursively());
+  EXPECT_EQ(root->children().size(), 9u);
+  EXPECT_EQ(childNames(root.get()).back(), "z2");
+  for (ScanNode* c : root->children()) EXPECT_EQ(c->parent(), root.get());
+}
+
+TEST(ScanNode, VolumeRootKeepsSystemFoldersAndClonesOutOfGroups) {
+  ScanNodeRef root = ScanNode::makeRoot("/", true);
+  root->setVolumeRoot(true);
+  auto made = addFiles(root.get(), {{"huge", 10'000'000}, {"Library", 10}, {"Users", 10},
+                                    {"System", 10}, {"Applications", 10}, {"private", 10},
+                                    {"clone", 10}, {"x", 10}, {"y", 10}});
+  made[6]->setAPFSClone(true);
+  root->setSize(10'000'090);  // threshold 0.0005 × size = 5,000
+  ASSERT_TRUE(root->sortRecursively());
+  auto names = childNames(root.get());
+  EXPECT_EQ(names.size(), 8u);
+  EXPECT_EQ(names.back(), kSmallerObjectsName);
+  EXPECT_EQ(childNames(root->children().back()), (std::vector<std::string>{"x", "y"}));
+}
+
+TEST(ScanNode, VolumeRootUsesTheSmallerThreshold) {
+  ScanNodeRef root = ScanNode::makeRoot("/", true);
+  root->setVolumeRoot(true);
+  addFiles(root.get(), {{"a", 1'000'000}, {"b", 1'000'000}, {"c", 1'000'000}, {"d", 1'000'000},
+                        {"e", 1'000'000}, {"f", 1'000'000}, {"g", 1'000'000}, {"m1", 1000},
+                        {"m2", 1000}});
+  root->setSize(7'002'000);  // 0.05 % = 3,501: the 1000-byte files are grouped
+  ASSERT_TRUE(root->sortRecursively());
+  EXPECT_EQ(root->children().size(), 8u);
+  ScanNodeRef folder = ScanNode::makeRoot("/f", true);
+  addFiles(folder.get(), {{"a", 1'000'000}, {"b", 1'000'000}, {"c", 1'000'000}, {"d", 1'000'000},
+                          {"e", 1'000'000}, {"f", 1'000'000}, {"g", 1'000'000}, {"m1", 40000},
+                          {"m2", 40000}});
+  folder->setSize(7'080'000);  // 0.5 % = 35,400: the 40 KB files stay
+  ASSERT_TRUE(folder->sortRecursively());
+  EXPECT_EQ(folder->children().size(), 9u);
+}
+
+TEST(ScanNode, AnExistingGroupMayGetASecondGroupOfTheSameName) {
+  ScanNodeRef root = ScanNode::makeRoot("/r", true);
+  addFiles(root.get(), {{"a", 100000}, {"b", 100000}, {"c", 100000}, {"d", 100000}, {"e", 100000},
+                        {"f", 100000}, {"g", 100000}, {"s", 10}});
+  ScanNode* walkGroup = root->createNode(kSmallerObjectsName, true);
+  walkGroup->setAggregate(true);
+  walkGroup->setSize(20);
+  root->addChild(walkGroup);
+  root->setSize(700030);
+  ASSERT_TRUE(root->sortRecursively());
+  auto names = childNames(root.get());
+  ASSERT_EQ(names.size(), 8u);
+  EXPECT_EQ(names.back(), kSmallerObjectsName);
+  // The new group holds the walk's group and "s".
+  EXPECT_EQ(childNames(root->children().back()),
+            (std::vector<std::string>{"s", std::string(kSmallerObjectsName)}));
+}
+
+TEST(ScanNode, EmptyAggregatesAreDroppedBeforeSorting) {
+  ScanNodeRef root = ScanNode::makeRoot("/r", true);
+  ScanNode* empty = root->createNode(kSmallerObjectsName, true);
+  empty->setAggregate(true);
+  root->addChild(empty);
+  addFiles(root.get(), {{"keep", 0}});
+  ASSERT_TRUE(root->sortRecursively());
+  EXPECT_EQ(childNames(root.get()), (std::vector<std::string>{"keep"}));
+  std::vector<ScanNode*> list = {empty, root->children()[0]};
+  ScanNode::dropEmptyAggregates(list);
+  EXPECT_EQ(list.size(), 1u);
+}
+
+TEST(ScanNode, CancelCheckStopsTheSort) {
+  ScanNodeRef root = ScanNode::makeRoot("/r", true);
+  addFiles(root.get(), {{"b", 1}, {"a", 2}});
+  int asked = 0;
+  EXPECT_FALSE(root->sortRecursively([&] { return ++asked > 1; }));
+  EXPECT_TRUE(root->sortRecursively([] { return false; }));
+}
+
+TEST(ScanNode, LazyLoaderRunsOnceAndANullResultReadsAsEmptyAndLoaded) {
+  ScanNodeRef root = ScanNode::makeRoot("/r", true);
+  int runs = 0;
+  root->setLazyChildrenLoader([&](ScanNode& node) {
+    ++runs;
+    ScanNode* c = node.createNode("loaded", false);
+    return std::vector<ScanNode*>{c};
+  });
+  EXPECT_FALSE(root->isChildrenLoaded());
+  ASSERT_EQ(root->children().size(), 1u);
+  EXPECT_EQ(root->children()[0]->parent(), root.get());
+  EXPECT_EQ(root->children()[0]->path(), "/r/loaded");
+  root->children();
+  EXPECT_EQ(runs, 1);
+  EXPECT_TRUE(root->isChildrenLoaded());
+
+  ScanNodeRef other = ScanNode::makeRoot("/o", true);
+  other->setLazyChildrenLoader([](ScanNode&) { return std::vector<ScanNode*>{}; });
+  EXPECT_TRUE(other->children().empty());
+  EXPECT_TRUE(other->isChildrenLoaded());
+}
+
+TEST(ScanNode, AddChildForcesAPendingLoadAndSetChildrenDropsTheLoader) {
+  ScanNodeRef root = ScanNode::makeRoot("/r", true);
+  root->setLazyChildrenLoader([](ScanNode& node) { return std::vector<ScanNode*>{node.createNode("old", false)}; });
+  root->addChild(root->createNode("new", false));
+  EXPECT_EQ(childNames(root.get()), (std::vector<std::string>{"old", "new"}));
+  root->setLazyChildrenLoader([](ScanNode&) -> std::vector<ScanNode*> { ADD_FAILURE(); return {}; });
+  ScanNode* only = root->createNode("only", false);
+  root->setChildren(std::vector<ScanNode*>{only, nullptr});
+  EXPECT_EQ(childNames(root.get()), (std::vector<std::string>{"only"}));
+}
+
+TEST(ScanNode, ConcurrentReadersRunTheLoaderOnce) {
+  ScanNodeRef root = ScanNode::makeRoot("/r", true);
+  std::atomic<int> runs{0};
+  root->setLazyChildrenLoader([&](ScanNode& node) {
+    ++runs;
+    std::vector<ScanNode*> kids;
+    for (int i = 0; i < 100; ++i) kids.push_back(node.createNode("c" + std::to_string(i), false));
+    return kids;
+  });
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t)
+    threads.emplace_back([&] { EXPECT_EQ(root->children().size(), 100u); });
+  for (auto& t : threads) t.join();
+  EXPECT_EQ(runs.load(), 1);
+}
+
+TEST(ScanNode, DeepTreesSortWithoutExhaustingTheStack) {
+  ScanNodeRef root = ScanNode::makeRoot("/deep", true);
+  ScanNode* node = root.get();
+  for (int i = 0; i < 200000; ++i) {
+    ScanNode* child = node->createNode("d", true);
+    node->addChild(child);
+    node = child;
+  }
+  EXPECT_TRUE(root->sortRecursively());
+  EXPECT_EQ(sumOfChildren(root.get()), 0u);
+}
+
+TEST(ScanNode, NodeRecordStaysSmall) {
+  // Memory per entry of a million-file scan depends on this.
+  EXPECT_LE(sizeof(ScanNode), 56u);
+}
+
+}  // namespace
+}  // namespace tw

@@ -1,1 +1,239 @@
+// Whole-disk rules, run on a temporary folder that plays "/" of a system disk.
 #include <gtest/gtest.h>
+
+#include "scan/directory_scanner.h"
+#include "scan/issue_recorder.h"
+#include "scan/scan_test_support.h"
+#include "support/temp_tree.h"
+#include "support/test_volume_layout.h"
+
+namespace tw {
+namespace {
+
+using test::allocatedSize;
+using test::child;
+using test::find;
+using test::scanTree;
+using test::TempTree;
+using test::TestVolumeLayout;
+
+constexpr uint64_t kMB = 1000 * 1000;
+
+class SystemDisk : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    layout = std::make_shared<TestVolumeLayout>(t.root());
+    layout->protectedPaths.clear();
+  }
+  ScanResult scan(ScanSettings settings = {}) { return scanTree(t.root(), layout, settings); }
+
+  TempTree t;
+  std::shared_ptr<TestVolumeLayout> layout;
+};
+
+TEST_F(SystemDisk, RootTakesTheVolumeNameAndFiguresButNoFingerprint) {
+  t.file("a", 1000);
+  layout->volume.totalCapacity = 0;
+  layout->volume.availableCapacity = 5;
+  layout->volume.availableForImportantUsage = 3;  // raised to the available capacity
+  ScanResult r = scan();
+  ASSERT_TRUE(r.root);
+  EXPECT_TRUE(r.root->isVolumeRoot());
+  EXPECT_EQ(r.root->name(), "Test Disk");
+  EXPECT_EQ(r.root->path(), t.root());
+  EXPECT_EQ(r.root->volumeFreeSpace(), 5u);
+  EXPECT_EQ(r.root->volumeAvailableSpace(), 5u);
+  EXPECT_EQ(r.root->sourceFingerprint(), 0u);
+  EXPECT_EQ(r.root->sourceItemCount(), 0);
+}
+
+TEST_F(SystemDisk, SmallFilesAreGroupedPerFolderButDSStoreAndLargeFilesStay) {
+  t.file("Users/u/a.txt", 1000);
+  t.file("Users/u/b.txt", 1000);
+  t.file("Users/u/c.txt", 1000);
+  t.file("Users/u/movie.mov", 10 * kMB);
+  t.file("Users/u/.DS_Store", 6000);
+  t.file("Users/u/empty", 0);
+  ScanResult r = scan();
+  ScanNode* u = find(r.root.get(), "Users/u");
+  ASSERT_NE(u, nullptr);
+  std::vector<std::string> names;
+  for (ScanNode* c : u->children()) names.emplace_back(c->name());
+  EXPECT_EQ(names, (std::vector<std::string>{"movie.mov", ".DS_Store", std::string(kSmallerObjectsName)}));
+  ScanNode* group = child(u, kSmallerObjectsName);
+  EXPECT_EQ(group->size(), 3 * allocatedSize(t.path("Users/u/a.txt")));
+  EXPECT_TRUE(group->children().empty());
+  EXPECT_EQ(group->path(), t.path("Users/u"));
+  EXPECT_EQ(u->size(), group->size() + allocatedSize(t.path("Users/u/movie.mov")) +
+                           allocatedSize(t.path("Users/u/.DS_Store")));
+  EXPECT_EQ(r.statistics.itemsVisited, 8u);  // Users, u and six files, the empty one included
+}
+
+TEST_F(SystemDisk, HiddenSpaceFillsTheUsedSpaceNoFileAccountsFor) {
+  t.file("data.bin", 3 * kMB);
+  const uint64_t counted = allocatedSize(t.path("data.bin"));
+  layout->volume.totalCapacity = 500 * kMB;
+  layout->volume.availableCapacity = 100 * kMB;
+  ScanResult r = scan();
+  ScanNode* hidden = child(r.root.get(), kHiddenSpaceName);
+  ASSERT_NE(hidden, nullptr);
+  EXPECT_TRUE(hidden->isVirtualNode());
+  EXPECT_FALSE(hidden->isDirectory());
+  EXPECT_EQ(hidden->size(), 400 * kMB - counted);
+  EXPECT_EQ(r.root->size(), 400 * kMB);
+  EXPECT_EQ(r.root->children().back(), hidden);
+
+  // More counted than used: no hidden space, and the root still shows the used space.
+  layout->volume.totalCapacity = 2 * kMB;
+  layout->volume.availableCapacity = 1 * kMB;
+  r = scan();
+  EXPECT_EQ(child(r.root.get(), kHiddenSpaceName), nullptr);
+  EXPECT_EQ(r.root->size(), 1 * kMB);
+}
+
+TEST_F(SystemDisk, CloneFamilyIsChargedOnceAndPreferablyInsideApplications) {
+  const auto app = t.file("Applications/Tool/tool.bin", 6 * kMB);
+  const auto twin = t.file("Downloads/copy.bin", 6 * kMB);
+  const auto a = t.file("Work/a/first.bin", 6 * kMB);
+  const auto b = t.file("Work/b/second.bin", 6 * kMB);
+  layout->makeClone(app, 11);
+  layout->makeClone(twin, 11);
+  layout->makeClone(a, 22);
+  layout->makeClone(b, 22);
+  ScanResult r = scan();
+  ScanNode* inApps = find(r.root.get(), "Applications/Tool/tool.bin");
+  ScanNode* outside = find(r.root.get(), "Downloads/copy.bin");
+  ASSERT_TRUE(inApps && outside);
+  EXPECT_TRUE(inApps->isAPFSClone());
+  EXPECT_FALSE(inApps->isCloneAllocationElsewhere());
+  EXPECT_EQ(inApps->size(), allocatedSize(app));
+  EXPECT_TRUE(outside->isAPFSClone());
+  EXPECT_TRUE(outside->isCloneAllocationElsewhere());
+  EXPECT_EQ(outside->size(), 0u);
+  EXPECT_EQ(outside->cloneSharedSize(), allocatedSize(twin));
+  // Outside the applications, exactly one member of a family carries the size.
+  ScanNode* first = find(r.root.get(), "Work/a/first.bin");
+  ScanNode* second = find(r.root.get(), "Work/b/second.bin");
+  ASSERT_TRUE(first && second);
+  EXPECT_EQ(first->size() + second->size(), allocatedSize(a));
+  EXPECT_NE(first->isCloneAllocationElsewhere(), second->isCloneAllocationElsewhere());
+  EXPECT_EQ(first->cloneSharedSize(), allocatedSize(a));
+  EXPECT_EQ(second->cloneSharedSize(), allocatedSize(b));
+}
+
+TEST_F(SystemDisk, FolderScanKeepsEveryCloneAtFullSize) {
+  const auto a = t.file("Work/a.bin", 6 * kMB);
+  const auto b = t.file("Work/b.bin", 6 * kMB);
+  const auto small = t.file("Work/small.bin", 1000);
+  layout->makeClone(a, 5);
+  layout->makeClone(b, 5);
+  layout->makeClone(small, 6, 1);  // reference count 1 without the shares-all flag: no clone
+  ScanResult r = scanTree(t.path("Work"), layout);
+  ASSERT_FALSE(r.root->isVolumeRoot());
+  for (const char* name : {"a.bin", "b.bin"}) {
+    ScanNode* n = child(r.root.get(), name);
+    ASSERT_NE(n, nullptr);
+    EXPECT_TRUE(n->isAPFSClone());
+    EXPECT_FALSE(n->isCloneAllocationElsewhere());
+    EXPECT_EQ(n->size(), allocatedSize(a));
+    EXPECT_EQ(n->cloneSharedSize(), n->size());
+  }
+  EXPECT_FALSE(child(r.root.get(), "small.bin")->isAPFSClone());
+}
+
+TEST_F(SystemDisk, ClonesAreNeverPutIntoSmallFileGroups) {
+  const auto a = t.file("Users/a.bin", 1000);
+  const auto b = t.file("Users/b.bin", 1000);
+  layout->makeClone(a, 9);
+  layout->makeClone(b, 9);
+  ScanResult r = scan();
+  ScanNode* users = find(r.root.get(), "Users");
+  EXPECT_EQ(child(users, kSmallerObjectsName), nullptr);
+  EXPECT_EQ(users->children().size(), 2u);  // one charged, one charged elsewhere with size 0
+  EXPECT_EQ(users->size(), allocatedSize(a));
+}
+
+TEST_F(SystemDisk, FirmlinkedDataVolumeAndOtherDisksAreLeftOut) {
+  t.file("System/Volumes/Data/Users/u/twice.bin", 8 * kMB);
+  t.file("Volumes/External/film.mov", 8 * kMB);
+  t.file("System/Library/kept.bin", 8 * kMB);
+  ScanResult r = scan();
+  EXPECT_EQ(find(r.root.get(), "System/Volumes/Data"), nullptr);
+  EXPECT_EQ(find(r.root.get(), "Volumes"), nullptr);
+  EXPECT_EQ(r.root->size(), allocatedSize(t.path("System/Library/kept.bin")));
+  // The same folder scanned as an ordinary folder keeps everything.
+  layout->systemDisk = false;
+  r = scan();
+  EXPECT_NE(find(r.root.get(), "Volumes"), nullptr);
+}
+
+TEST_F(SystemDisk, SystemVolumesShowTheirUsedSpaceAndOtherSystemData) {
+  const auto swap = t.file("System/Volumes/VM/swapfile0", 6 * kMB);
+  t.file("System/Volumes/Preboot/boot.efi", 6 * kMB);
+  t.folder("System/Library");
+  const uint64_t swapSize = allocatedSize(swap);
+  layout->systemVolumes = {
+      {t.path("System/Volumes/VM"), swapSize + 50 * kMB},
+      {t.path("System/Volumes/Preboot"), 1},              // below what was counted: unchanged
+      {t.path("System/Volumes/Update"), 30 * kMB},        // not walked: made under its folder
+      {t.path("System/Volumes/Data"), 900 * kMB},         // the firmlinked data volume: ignored
+      {t.path("System/Volumes/Data/home"), 900 * kMB},    // below it: ignored
+      {t.path("Volumes/Stick"), 900 * kMB},               // not a system volume
+      {t.path("System/Volumes/Empty"), 0},                // nothing used: skipped
+  };
+  ScanResult r = scan();
+  ScanNode* vm = find(r.root.get(), "System/Volumes/VM");
+  ASSERT_NE(vm, nullptr);
+  EXPECT_EQ(vm->size(), swapSize + 50 * kMB);
+  ScanNode* other = child(vm, kOtherSystemDataName);
+  ASSERT_NE(other, nullptr);
+  EXPECT_TRUE(other->isAggregate());
+  EXPECT_FALSE(other->isDirectory());
+  EXPECT_EQ(other->size(), 50 * kMB);
+  EXPECT_EQ(other->path(), t.path("System/Volumes/VM"));
+  ScanNode* update = find(r.root.get(), "System/Volumes/Update");
+  ASSERT_NE(update, nullptr);
+  EXPECT_TRUE(update->isDirectory());
+  EXPECT_EQ(update->size(), 30 * kMB);
+  EXPECT_EQ(update->path(), t.path("System/Volumes/Update"));
+  EXPECT_EQ(find(r.root.get(), "System/Volumes/Empty"), nullptr);
+  const uint64_t preboot = allocatedSize(t.path("System/Volumes/Preboot/boot.efi"));
+  EXPECT_EQ(find(r.root.get(), "System/Volumes/Preboot")->size(), preboot);
+  // Raised sizes reach every ancestor.
+  EXPECT_EQ(find(r.root.get(), "System")->size(), swapSize + 50 * kMB + 30 * kMB + preboot);
+  EXPECT_EQ(r.root->size(), find(r.root.get(), "System")->size());
+}
+
+TEST_F(SystemDisk, ProtectedLocationThatMeasuresEmptyIsReported) {
+  layout->protectedPaths = {"/Library", "/private"};
+  t.folder("Library/Caches");
+  t.file("private/var/db.bin", 8 * kMB);
+  ScanResult r = scan();
+  ASSERT_EQ(r.root->scanIssues().size(), 1u);
+  EXPECT_EQ(r.root->scanIssues()[0].path, t.path("Library"));
+  EXPECT_EQ(r.root->scanIssues()[0].message,
+            "This protected location could not be measured. Check Full Disk Access and scan again.");
+  t.file("Library/Caches/c.bin", 8 * kMB);
+  EXPECT_TRUE(scan().root->scanIssues().empty());
+}
+
+TEST(IssueRecorder, KeepsFiveHundredDistinctIssuesInOrder) {
+  IssueRecorder recorder("/root");
+  const Error denied = posixError(EACCES);
+  recorder.record("/root/a", &denied);
+  recorder.record("/root/a", &denied);  // the same text twice is recorded once
+  recorder.record("", nullptr);          // the root, with the fallback message
+  const Error blank{kScanErrorDomain, 1, ""};
+  recorder.record("/root/b", &blank);
+  for (int i = 0; recorder.size() < 500; ++i) recorder.record("/root/f" + std::to_string(i), &denied);
+  recorder.record("/root/the-501st", &denied);
+  std::vector<ScanIssue> issues = recorder.take();
+  ASSERT_EQ(issues.size(), 500u);
+  EXPECT_EQ(issues[0], (ScanIssue{"/root/a", "Permission denied"}));
+  EXPECT_EQ(issues[1], (ScanIssue{"/root", "The item could not be read."}));
+  EXPECT_EQ(issues[2], (ScanIssue{"/root/b", "The item could not be read."}));
+  EXPECT_EQ(issues.back().path, "/root/f496");
+}
+
+}  // namespace
+}  // namespace tw
