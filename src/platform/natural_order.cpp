@@ -13,6 +13,8 @@ namespace {
 inline bool isAsciiDigit(char32_t c) { return c >= '0' && c <= '9'; }
 inline char32_t asciiLower(char32_t c) { return (c >= 'A' && c <= 'Z') ? c + 32 : c; }
 
+int sign(int v) { return (v > 0) - (v < 0); }
+
 bool isAscii(std::string_view s) {
   for (unsigned char c : s)
     if (c >= 0x80) return false;
@@ -118,19 +120,22 @@ class FoldedReader {
   std::size_t pos_ = 0;
 };
 
-int sign(int v) { return (v > 0) - (v < 0); }
-
 int compareRaw(std::string_view a, std::string_view b) {
   int r = std::memcmp(a.data(), b.data(), std::min(a.size(), b.size()));
   if (r) return sign(r);
   return a.size() < b.size() ? -1 : (a.size() > b.size() ? 1 : 0);
 }
 
+// Compares while both names are ASCII; gives up (returns kNotAscii) as soon as a byte that needs
+// folding could decide. Up to that point folding would decide exactly the same way.
+constexpr int kNotAscii = 2;
+
 int compareAscii(std::string_view a, std::string_view b) {
   std::size_t i = 0, j = 0;
   const std::size_t na = a.size(), nb = b.size();
   while (i < na && j < nb) {
-    char ca = a[i], cb = b[j];
+    const auto ca = static_cast<unsigned char>(a[i]), cb = static_cast<unsigned char>(b[j]);
+    if ((ca | cb) & 0x80) return kNotAscii;
     if (isAsciiDigit(ca) && isAsciiDigit(cb)) {
       std::size_t si = i, sj = j;
       while (si < na && a[si] == '0') ++si;
@@ -143,11 +148,12 @@ int compareAscii(std::string_view a, std::string_view b) {
       i = ei, j = ej;
       continue;
     }
-    char32_t la = asciiLower(static_cast<unsigned char>(ca));
-    char32_t lb = asciiLower(static_cast<unsigned char>(cb));
+    const char32_t la = asciiLower(ca), lb = asciiLower(cb);
     if (la != lb) return la < lb ? -1 : 1;
     ++i, ++j;
   }
+  // What is left of the longer name decides, unless it might fold away to nothing.
+  if (!isAscii(a.substr(i)) || !isAscii(b.substr(j))) return kNotAscii;
   if (i < na) return 1;
   if (j < nb) return -1;
   return 0;
@@ -180,7 +186,8 @@ int compareFolded(std::string_view a, std::string_view b) {
 }  // namespace
 
 int naturalCompare(std::string_view a, std::string_view b) {
-  int r = (isAscii(a) && isAscii(b)) ? compareAscii(a, b) : compareFolded(a, b);
+  int r = compareAscii(a, b);
+  if (r == kNotAscii) r = compareFolded(a, b);
   return r ? r : compareRaw(a, b);
 }
 

@@ -28,11 +28,14 @@ bool isVolumeRootKeeper(std::string_view name) {
 
 }  // namespace
 
-ScanNode::ScanNode(const char* name, bool directory) : name_(name) { setDirectory(directory); }
+ScanNode::ScanNode(const char* name, std::size_t length, bool directory)
+    : name_(name), nameLength_(length < kLongName ? static_cast<uint8_t>(length) : kLongName) {
+  setDirectory(directory);
+}
 
 ScanNode* ScanNode::construct(NodeArena& arena, std::string_view name, bool directory) {
   const char* copy = arena.copyString(name);
-  return new (arena.allocateNode()) ScanNode(copy, directory);
+  return new (arena.allocateNode()) ScanNode(copy, name.size(), directory);
 }
 
 ScanNodeRef ScanNode::makeRoot(std::string_view path, bool directory) {
@@ -65,7 +68,10 @@ ScanNodeRef ScanNode::ref() {
   return root ? ScanNodeRef(root, this) : nullptr;
 }
 
-void ScanNode::setName(std::string_view name) { name_ = arena().copyString(name); }
+void ScanNode::setName(std::string_view name) {
+  name_ = arena().copyString(name);
+  nameLength_ = name.size() < kLongName ? static_cast<uint8_t>(name.size()) : kLongName;
+}
 
 bool ScanNode::hasOwnPath() const {
   ScanNodeExtra* e = extra();

@@ -89,7 +89,9 @@ class ScanNode {
   NodeArena& arena();
 
   // Name, path and parent.
-  std::string_view name() const { return name_; }
+  std::string_view name() const {
+    return nameLength_ != kLongName ? std::string_view(name_, nameLength_) : std::string_view(name_);
+  }
   void setName(std::string_view name);
   // The item's location: the own path where one is set, else the parent's path followed by the
   // name. Synthetic entries carry their folder's path.
@@ -185,7 +187,7 @@ class ScanNode {
     kCloneElsewhere = 1 << 6,
   };
 
-  ScanNode(const char* name, bool directory);
+  ScanNode(const char* name, std::size_t length, bool directory);
   static ScanNode* construct(NodeArena& arena, std::string_view name, bool directory);
   void setFlag(uint16_t flag, bool on) { flags_ = on ? (flags_ | flag) : (flags_ & ~flag); }
   ScanNodeExtra* extra() const { return extra_.load(std::memory_order_acquire); }
@@ -206,6 +208,8 @@ class ScanNode {
   uint32_t childCount_ = 0;
   uint16_t flags_ = 0;
   std::atomic<bool> loaded_{true};
+  uint8_t nameLength_ = 0;  // kLongName: measure the name instead
+  static constexpr uint8_t kLongName = 255;
 
   friend class NodeArena;
 };
