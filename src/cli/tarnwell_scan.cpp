@@ -3,7 +3,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>
@@ -57,7 +59,15 @@ int main(int argc, char** argv) {
     if (arg == "--json") {
       json = true;
     } else if (arg == "--threads" && i + 1 < argc) {
-      threads = std::atoi(argv[++i]);
+      // A whole number from 1 to 256; anything else is a mistake worth saying, not a default.
+      char* end = nullptr;
+      errno = 0;
+      const long value = std::strtol(argv[++i], &end, 10);
+      if (errno || end == argv[i] || *end || value < 1 || value > 256) {
+        std::fputs(kUsage, stderr);
+        return 2;
+      }
+      threads = static_cast<int>(value);
     } else if (arg == "-h" || arg == "--help") {
       std::fputs(kUsage, stdout);
       return 0;

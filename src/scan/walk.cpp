@@ -337,13 +337,14 @@ void Walk::processItem(Frame& frame, std::size_t index) {
     }
 
     ScanNode* node = ScanNode::create(*arena_, name, directory);
+    // Attached first: a clone's side record is allocated from the tree the node belongs to.
+    frame.node->addChild(node);
     node->setPackage(directory && isPackageName(name));
     node->setSize(size);
     node->setAPFSClone(clone);
     node->setCloneAllocationElsewhere(elsewhere);
     node->setCloneSharedSize(cloneShared);
     node->setModificationDate(e.modificationDate);
-    frame.node->addChild(node);
     bytesCounted_ += size;
     frame.subtotal += size;
     visit();
