@@ -43,12 +43,13 @@ void readDirectory(const FileDescriptor* parent, const std::string& name, const 
   }
   out.descriptor = std::make_shared<FileDescriptor>(fd);
 
-  thread_local std::vector<char> buffer(1 << 16);
   struct Pending {
     uint64_t inode;
     uint32_t index;
   };
-  std::vector<Pending> order;
+  thread_local std::vector<char> buffer(1 << 16);
+  thread_local std::vector<Pending> order;
+  order.clear();
   for (;;) {
     long n = syscall(SYS_getdents64, fd, buffer.data(), buffer.size());
     if (n < 0) {
@@ -56,6 +57,9 @@ void readDirectory(const FileDescriptor* parent, const std::string& name, const 
       break;
     }
     if (n == 0) break;
+    // Records take at least 24 bytes: reserve once instead of growing entry by entry.
+    out.entries.reserve(out.entries.size() + static_cast<std::size_t>(n) / 24);
+    out.names.reserve(out.names.size() + static_cast<std::size_t>(n) / 2);
     for (long offset = 0; offset < n;) {
       auto* d = reinterpret_cast<LinuxDirent64*>(buffer.data() + offset);
       offset += d->d_reclen;

@@ -25,11 +25,7 @@ namespace {
 using test::allocatedSize;
 using test::TempTree;
 
-std::string toolPath() {
-  const char* dir = std::getenv("TARNWELL_BINARY_DIR");
-  if (dir && *dir) return std::string(dir) + "/tarnwell-scan";
-  return TARNWELL_SCAN_TOOL;
-}
+std::string toolPath() { return TARNWELL_SCAN_TOOL; }
 
 struct ToolRun {
   int status = -1;  // exit status; -1 when it crashed, -2 when it hung and was stopped
