@@ -19,9 +19,9 @@ namespace {
 
 // --- Helpers ---------------------------------------------------------------------------------
 
-struct TreeSpec {
-  TreeSpec(std::string n, bool dir, uint64_t sz, std::function<void(ScanNode&)> t = nullptr,
-           std::vector<TreeSpec> kids = {})
+struct TreeShape {
+  TreeShape(std::string n, bool dir, uint64_t sz, std::function<void(ScanNode&)> t = nullptr,
+            std::vector<TreeShape> kids = {})
       : name(std::move(n)),
         directory(dir),
         size(sz),
@@ -31,23 +31,23 @@ struct TreeSpec {
   bool directory;
   uint64_t size;
   std::function<void(ScanNode&)> tweak;
-  std::vector<TreeSpec> children;
+  std::vector<TreeShape> children;
 };
 
-void addChildren(ScanNode& parent, const std::vector<TreeSpec>& specs) {
-  for (const TreeSpec& spec : specs) {
-    ScanNode* child = parent.createNode(spec.name, spec.directory);
-    child->setSize(spec.size);
-    if (spec.tweak) spec.tweak(*child);
+void addChildren(ScanNode& parent, const std::vector<TreeShape>& shapes) {
+  for (const TreeShape& shape : shapes) {
+    ScanNode* child = parent.createNode(shape.name, shape.directory);
+    child->setSize(shape.size);
+    if (shape.tweak) shape.tweak(*child);
     parent.addChild(child);
-    addChildren(*child, spec.children);
+    addChildren(*child, shape.children);
   }
 }
 
-ScanNodeRef makeTree(std::string_view path, uint64_t size, const std::vector<TreeSpec>& specs) {
+ScanNodeRef makeTree(std::string_view path, uint64_t size, const std::vector<TreeShape>& shapes) {
   ScanNodeRef root = ScanNode::makeRoot(path, true);
   root->setSize(size);
-  addChildren(*root, specs);
+  addChildren(*root, shapes);
   return root;
 }
 
@@ -358,7 +358,7 @@ TEST(KeyedArchiveRules, ZeroSizeSmallerObjectsGroupIsDropped) {
 }
 
 TEST(KeyedArchiveRules, ChildrenComeBackInChildOrderWithoutRegrouping) {
-  std::vector<TreeSpec> small;
+  std::vector<TreeShape> small;
   // Written smallest first, with names whose natural order differs from byte order.
   for (int i = 1; i <= 12; ++i) small.push_back({"f" + std::to_string(i), false, 10, nullptr});
   small.push_back({"big", false, 1'000'000, nullptr});
