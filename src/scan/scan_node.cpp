@@ -52,6 +52,16 @@ ScanNode* ScanNode::createNode(std::string_view name, bool directory) {
   return node;
 }
 
+ScanNode* ScanNode::createDetachedNode(std::string_view name, bool directory) {
+  ScanNodeExtra* rootExtra = treeRoot()->extra();
+  NodeArena& a = *rootExtra->arena;
+  ScanNode* node = construct(a, name, directory);
+  ScanNodeExtra* extra = node->ensureExtraIn(a);
+  extra->arena = &a;
+  extra->self = rootExtra->self;
+  return node;
+}
+
 ScanNode* ScanNode::treeRoot() {
   ScanNode* node = this;
   while (node->parent_) node = node->parent_;
