@@ -264,9 +264,13 @@ bool ScanStore::writeRootNode(ScanNode* root, const std::string& path,
   std::error_code ignored;
   std::filesystem::create_directories(folder, ignored);
 
-  const std::string pending = appendPathComponent(
-      folder, "." + std::string(displayNameForPath(destination)) + "-" + newUUIDString() +
-                  ".pending");
+  // ".%@-%@.pending": hidden, beside the destination, unique per write.
+  std::string pendingName(".");
+  pendingName.append(displayNameForPath(destination));
+  pendingName.push_back('-');
+  pendingName.append(newUUIDString());
+  pendingName.append(".pending");
+  const std::string pending = appendPathComponent(folder, pendingName);
   calls.unlink(pending.c_str());
 
   PrivateFileCallsScope scope(calls);
