@@ -30,15 +30,19 @@ static const char* kPragmas =
 static const char* kTables =
     "CREATE TABLE scan_metadata (id INTEGER PRIMARY KEY CHECK(id=1), schema_version INTEGER NOT "
     "NULL, scan_date REAL, root_node_id INTEGER, root_path TEXT NOT NULL, root_name TEXT NOT NULL, "
-    "logical_size INTEGER NOT NULL, volume_capacity INTEGER NOT NULL, volume_free_space INTEGER NOT "
+    "logical_size INTEGER NOT NULL, volume_capacity INTEGER NOT NULL, volume_free_space INTEGER "
+    "NOT "
     "NULL, volume_available_space INTEGER NOT NULL, source_fingerprint INTEGER NOT NULL, "
     "source_item_count INTEGER NOT NULL);"
     "CREATE TABLE items (id INTEGER PRIMARY KEY, parent_id INTEGER REFERENCES items(id), name TEXT "
-    "NOT NULL, path TEXT NOT NULL, size INTEGER NOT NULL, is_directory INTEGER NOT NULL, is_package "
+    "NOT NULL, path TEXT NOT NULL, size INTEGER NOT NULL, is_directory INTEGER NOT NULL, "
+    "is_package "
     "INTEGER NOT NULL, is_aggregate INTEGER NOT NULL, is_volume_root INTEGER NOT NULL, is_virtual "
-    "INTEGER NOT NULL, is_apfs_clone INTEGER NOT NULL, clone_allocation_elsewhere INTEGER NOT NULL, "
+    "INTEGER NOT NULL, is_apfs_clone INTEGER NOT NULL, clone_allocation_elsewhere INTEGER NOT "
+    "NULL, "
     "clone_shared_size INTEGER NOT NULL, modification_date REAL, extension TEXT, checksum BLOB, "
-    "is_deleted INTEGER NOT NULL DEFAULT 0, checksum_size INTEGER, checksum_modification_date REAL, "
+    "is_deleted INTEGER NOT NULL DEFAULT 0, checksum_size INTEGER, checksum_modification_date "
+    "REAL, "
     "cleanup_kind TEXT);"
     "CREATE TABLE scan_issues (id INTEGER PRIMARY KEY, path TEXT NOT NULL, message TEXT NOT NULL);";
 static const char* kInsert =
@@ -111,8 +115,8 @@ int main(int argc, char** argv) {
   unlink(argv[2]);
   const double start = now();
   sqlite3* db = NULL;
-  check(sqlite3_open_v2(argv[2], &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
-                        NULL),
+  check(sqlite3_open_v2(argv[2], &db,
+                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, NULL),
         db, "open");
   sqlite3_busy_timeout(db, 3000);
   check(sqlite3_exec(db, kPragmas, NULL, NULL, NULL), db, "pragmas");
@@ -136,9 +140,8 @@ int main(int argc, char** argv) {
     check(sqlite3_step(insert), db, "insert");
   }
   sqlite3_finalize(insert);
-  check(sqlite3_exec(db,
-                     "INSERT INTO scan_metadata VALUES(1,3,0,1,'/','/',0,0,0,0,0,0)", NULL, NULL,
-                     NULL),
+  check(sqlite3_exec(db, "INSERT INTO scan_metadata VALUES(1,3,0,1,'/','/',0,0,0,0,0,0)", NULL,
+                     NULL, NULL),
         db, "metadata");
   check(sqlite3_exec(db, "COMMIT;", NULL, NULL, NULL), db, "commit");
   check(sqlite3_exec(db, kIndexes, NULL, NULL, NULL), db, "indexes");

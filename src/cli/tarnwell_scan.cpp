@@ -72,10 +72,13 @@ std::string fingerprintText(uint64_t fingerprint) {
 }
 
 void printChildren(tw::ScanNode* root) {
-  std::printf("%s  %s\n", tw::formatByteCount(root->size()).c_str(), std::string(root->name()).c_str());
-  for (tw::ScanNode* child : root->children())
+  std::printf("%s  %s\n", tw::formatByteCount(root->size()).c_str(),
+              std::string(root->name()).c_str());
+  for (tw::ScanNode* child : root->children()) {
+    const bool folder = child->isDirectory() && !child->isAggregate();
     std::printf("%12s  %s%s\n", tw::formatByteCount(child->size()).c_str(),
-                std::string(child->name()).c_str(), child->isDirectory() && !child->isAggregate() ? "/" : "");
+                std::string(child->name()).c_str(), folder ? "/" : "");
+  }
 }
 
 // Shows a saved scan: the root's children and the metadata, read lazily from the file.
@@ -121,7 +124,8 @@ int openSavedScan(const std::string& file, bool json) {
               dateText, static_cast<long long>(root->sourceItemCount()),
               fingerprintText(root->sourceFingerprint()).c_str());
   if (root->volumeCapacity())
-    std::printf("Volume: %s capacity, %s available\n", tw::formatByteCount(root->volumeCapacity()).c_str(),
+    std::printf("Volume: %s capacity, %s available\n",
+                tw::formatByteCount(root->volumeCapacity()).c_str(),
                 tw::formatByteCount(root->volumeAvailableSpace()).c_str());
   if (!root->scanIssues().empty()) std::printf("Scan issues: %zu\n", root->scanIssues().size());
   return 0;
@@ -189,8 +193,9 @@ int main(int argc, char** argv) {
     const auto start = std::chrono::steady_clock::now();
     tw::Error error;
     if (!tw::ScanStore::writeRootNode(root, absolutePath(outputFile), &error)) {
-      std::fprintf(stderr, "tarnwell-scan: %s: %s\n", outputFile.c_str(),
-                   error.description.empty() ? "the scan could not be saved" : error.description.c_str());
+      const std::string reason =
+          error.description.empty() ? "the scan could not be saved" : error.description;
+      std::fprintf(stderr, "tarnwell-scan: %s: %s\n", outputFile.c_str(), reason.c_str());
       return 1;
     }
     writeSeconds = secondsSince(start);

@@ -29,11 +29,12 @@ class FileBytes {
       error_ = errno;
       return;
     }
-    struct stat st{};
+    struct stat st {};
     if (::fstat(fd, &st) != 0) {
       error_ = errno;
     } else if (S_ISREG(st.st_mode) && st.st_size > 0) {
-      void* mapped = ::mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
+      void* mapped =
+          ::mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ, MAP_PRIVATE, fd, 0);
       if (mapped != MAP_FAILED) {
         mapped_ = static_cast<const uint8_t*>(mapped);
         size_ = static_cast<size_t>(st.st_size);
@@ -81,8 +82,8 @@ void applySidecar(const std::string& path, ScanNode& root) {
   std::span<const uint8_t> bytes = file.bytes();
   if (file.error() || bytes.empty()) return;
   plist_t plist = nullptr;
-  plist_from_memory(reinterpret_cast<const char*>(bytes.data()), static_cast<uint32_t>(bytes.size()),
-                    &plist);
+  plist_from_memory(reinterpret_cast<const char*>(bytes.data()),
+                    static_cast<uint32_t>(bytes.size()), &plist);
   if (!plist) return;
   if (plist_get_node_type(plist) == PLIST_DICT) {
     if (plist_t date = plist_dict_get_item(plist, "scanDate");
@@ -128,8 +129,8 @@ bool ScanStore::migrateArchive(const std::string& archivePath, const std::string
   }
   if (!decoded.root) {
     if (error) {
-      *error = decoded.error.value_or(
-          Error{kArchiveErrorDomain, 1, "The archive could not be read."});
+      *error =
+          decoded.error.value_or(Error{kArchiveErrorDomain, 1, "The archive could not be read."});
     }
     return false;
   }

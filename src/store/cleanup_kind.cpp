@@ -23,8 +23,9 @@ std::optional<std::string_view> cleanupKind(std::string_view lowerPath, std::str
     return lowerPath.find(part) != std::string_view::npos;
   };
   if (!isDirectory && lowerName == ".ds_store") return "ds_store";
-  // Every macOS developer and cache location lies below a "/library/" folder.
-  if (contains("/library/")) {
+  // Every macOS developer, cache and log location lies below a "/library/" folder.
+  const bool inLibrary = contains("/library/");
+  if (inLibrary) {
     if (contains("/library/application support/mobilesync/backup/")) return "mobile_backup";
     if (contains("/library/developer/xcode/archives/")) return "xcode_archive";
     if (contains("/library/developer/xcode/deriveddata/")) return "derived_data";
@@ -32,7 +33,7 @@ std::optional<std::string_view> cleanupKind(std::string_view lowerPath, std::str
     if (contains("/library/caches/")) return "cache";
   }
   if (contains("/.cache/")) return "cache";
-  if (contains("/library/logs/")) return "log";
+  if (inLibrary && contains("/library/logs/")) return "log";
   if (lowerPath.starts_with("/private/tmp/") || lowerPath.starts_with("/private/var/tmp/"))
     return "temporary";
   if (lowerPath.starts_with("/tmp/")) return "temporary";

@@ -31,7 +31,9 @@ const FileSystemCalls& callsForThisThread() {
   return currentCalls ? *currentCalls : FileSystemCalls::system();
 }
 
-sqlite3_vfs* baseVfs() { return sqlite3_vfs_find(nullptr); }
+sqlite3_vfs* baseVfs() {
+  return sqlite3_vfs_find(nullptr);
+}
 
 struct PrivateFile {
   sqlite3_file base;
@@ -39,7 +41,9 @@ struct PrivateFile {
   const FileSystemCalls* calls;
 };
 
-PrivateFile* asPrivate(sqlite3_file* file) { return reinterpret_cast<PrivateFile*>(file); }
+PrivateFile* asPrivate(sqlite3_file* file) {
+  return reinterpret_cast<PrivateFile*>(file);
+}
 
 int fileClose(sqlite3_file* file) {
   PrivateFile* f = asPrivate(file);
@@ -90,21 +94,31 @@ int fileSync(sqlite3_file* file, int) {
 }
 
 int fileSize(sqlite3_file* file, sqlite3_int64* size) {
-  struct stat st{};
+  struct stat st {};
   if (::fstat(asPrivate(file)->fd, &st) != 0) return SQLITE_IOERR_FSTAT;
   *size = st.st_size;
   return SQLITE_OK;
 }
 
-int fileLock(sqlite3_file*, int) { return SQLITE_OK; }
-int fileUnlock(sqlite3_file*, int) { return SQLITE_OK; }
+int fileLock(sqlite3_file*, int) {
+  return SQLITE_OK;
+}
+int fileUnlock(sqlite3_file*, int) {
+  return SQLITE_OK;
+}
 int fileCheckReservedLock(sqlite3_file*, int* reserved) {
   *reserved = 0;
   return SQLITE_OK;
 }
-int fileControl(sqlite3_file*, int, void*) { return SQLITE_NOTFOUND; }
-int fileSectorSize(sqlite3_file*) { return 4096; }
-int fileDeviceCharacteristics(sqlite3_file*) { return 0; }
+int fileControl(sqlite3_file*, int, void*) {
+  return SQLITE_NOTFOUND;
+}
+int fileSectorSize(sqlite3_file*) {
+  return 4096;
+}
+int fileDeviceCharacteristics(sqlite3_file*) {
+  return 0;
+}
 
 sqlite3_io_methods makeMethods() {
   sqlite3_io_methods methods{};
@@ -221,6 +235,8 @@ PrivateFileCallsScope::PrivateFileCallsScope(const FileSystemCalls& calls)
   currentCalls = &calls;
 }
 
-PrivateFileCallsScope::~PrivateFileCallsScope() { currentCalls = previous_; }
+PrivateFileCallsScope::~PrivateFileCallsScope() {
+  currentCalls = previous_;
+}
 
 }  // namespace tw

@@ -38,8 +38,8 @@ std::string_view columnText(sqlite3_stmt* statement, int column) {
 }
 
 void bindText(sqlite3_stmt* statement, int index, std::string_view text) {
-  sqlite3_bind_text(statement, index, text.data() ? text.data() : "",
-                    static_cast<int>(text.size()), SQLITE_TRANSIENT);
+  sqlite3_bind_text(statement, index, text.data() ? text.data() : "", static_cast<int>(text.size()),
+                    SQLITE_TRANSIENT);
 }
 
 // Rows streamed to a callback are read this many at a time, the store being unlocked between.
@@ -75,8 +75,8 @@ ScanNode* ScanStore::nodeFromStatement(sqlite3_stmt* statement, ScanNode* parent
                                        ScanNode* answer) {
   const std::string_view name = columnText(statement, kName);
   const bool directory = sqlite3_column_int(statement, kIsDirectory) != 0;
-  ScanNode* node = parent ? parent->createNode(name, directory)
-                          : answer->createDetachedNode(name, directory);
+  ScanNode* node =
+      parent ? parent->createNode(name, directory) : answer->createDetachedNode(name, directory);
   populateNode(node, statement);
   return node;
 }
@@ -92,7 +92,8 @@ void ScanStore::populateNode(ScanNode* node, sqlite3_stmt* statement) {
   node->setVirtualNode(sqlite3_column_int(statement, kIsVirtual) != 0);
   node->setAPFSClone(sqlite3_column_int(statement, kIsAPFSClone) != 0);
   node->setCloneAllocationElsewhere(sqlite3_column_int(statement, kCloneAllocationElsewhere) != 0);
-  node->setCloneSharedSize(static_cast<uint64_t>(sqlite3_column_int64(statement, kCloneSharedSize)));
+  node->setCloneSharedSize(
+      static_cast<uint64_t>(sqlite3_column_int64(statement, kCloneSharedSize)));
   if (sqlite3_column_type(statement, kModificationDate) != SQLITE_NULL)
     node->setModificationDate(sqlite3_column_double(statement, kModificationDate));
   if (node->isDirectory()) {
@@ -180,10 +181,9 @@ ScanNodeRef ScanStore::rootNode() {
 ScanNodeRef ScanStore::nodeAtPath(std::string_view path) {
   if (path.empty()) return nullptr;
   const std::string standardized = standardizePath(path);
-  std::vector<ScanNodeRef> nodes =
-      nodesForSQL(schema::kNodeAtPath,
-                  [&standardized](sqlite3_stmt* s) { bindText(s, 1, standardized); },
-                  schema::label::kPrepareQuery, schema::label::kReadItems);
+  std::vector<ScanNodeRef> nodes = nodesForSQL(
+      schema::kNodeAtPath, [&standardized](sqlite3_stmt* s) { bindText(s, 1, standardized); },
+      schema::label::kPrepareQuery, schema::label::kReadItems);
   return nodes.empty() ? nullptr : nodes.front();
 }
 

@@ -29,7 +29,7 @@ bool looksTruncated(const std::string& path) {
   int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   if (fd < 0) return false;
   unsigned char header[100];
-  struct stat st{};
+  struct stat st {};
   const bool read = ::pread(fd, header, sizeof header, 0) == sizeof header && ::fstat(fd, &st) == 0;
   ::close(fd);
   if (!read || std::memcmp(header, "SQLite format 3", 16) != 0) return false;
@@ -112,12 +112,14 @@ std::optional<Error> checkAndUpgrade(sqlite3* db, ScanMetadata& metadata) {
 
 ScanStore::ScanStore(std::string path, sqlite3* db) : path_(std::move(path)), db_(db) {}
 
-ScanStore::~ScanStore() { sqlite3_close_v2(db_); }
+ScanStore::~ScanStore() {
+  sqlite3_close_v2(db_);
+}
 
 std::shared_ptr<ScanStore> ScanStore::open(const std::string& path, Error* error) {
   sqlite3* db = nullptr;
-  const int opened = sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX,
-                                     nullptr);
+  const int opened =
+      sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_FULLMUTEX, nullptr);
   std::optional<Error> failure;
   ScanMetadata metadata;
   if (opened != SQLITE_OK) {

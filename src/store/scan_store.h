@@ -54,7 +54,8 @@ struct ExtensionSummary {
 };
 
 // Called for each streamed node; answering false stops the stream, optionally with an error.
-using NodeStreamCallback = std::function<bool(const ScanNodeRef& node, std::optional<Error>& error)>;
+using NodeStreamCallback =
+    std::function<bool(const ScanNodeRef& node, std::optional<Error>& error)>;
 
 class ScanStore : public std::enable_shared_from_this<ScanStore> {
  public:
@@ -104,8 +105,8 @@ class ScanStore : public std::enable_shared_from_this<ScanStore> {
   // a week; largest first.
   std::vector<ScanNodeRef> cleanupCandidatesUnderNode(ScanNode* node, int64_t limit);
   // Bytes and file counts per extension, in no particular order; nullopt on failure.
-  std::optional<std::vector<ExtensionSummary>> fileExtensionSummaryUnderNode(ScanNode* node,
-                                                                             Error* error = nullptr);
+  std::optional<std::vector<ExtensionSummary>> fileExtensionSummaryUnderNode(
+      ScanNode* node, Error* error = nullptr);
   // Files with one of `matchingExtensions`, or when that is empty without any of
   // `excludingExtensions`; largest first.
   std::vector<ScanNodeRef> filesUnderNode(ScanNode* node,

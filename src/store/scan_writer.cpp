@@ -8,9 +8,9 @@
 
 #include <atomic>
 #include <cerrno>
-#include <cstring>
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <span>
 #include <string>
@@ -226,8 +226,8 @@ std::optional<Error> fillDatabase(sqlite3* db, ScanNode* root) {
 }
 
 // Flushes the finished file and gives it the mode of the file it replaces.
-bool flushFile(const FileSystemCalls& calls, const std::string& path,
-               const struct stat* replaced, int* err) {
+bool flushFile(const FileSystemCalls& calls, const std::string& path, const struct stat* replaced,
+               int* err) {
   int fd = calls.open(path.c_str(), O_RDONLY | O_CLOEXEC, 0);
   if (fd < 0) {
     *err = errno;
@@ -256,8 +256,8 @@ bool ScanStore::writeRootNode(ScanNode* root, const std::string& path, Error* er
   return writeRootNode(root, path, FileSystemCalls::system(), error);
 }
 
-bool ScanStore::writeRootNode(ScanNode* root, const std::string& path,
-                              const FileSystemCalls& calls, Error* error) {
+bool ScanStore::writeRootNode(ScanNode* root, const std::string& path, const FileSystemCalls& calls,
+                              Error* error) {
   if (!root || path.empty() || path.front() != '/') return false;
   const std::string destination = standardizePath(path);
   const std::string folder = parentPath(destination);
@@ -276,10 +276,9 @@ bool ScanStore::writeRootNode(ScanNode* root, const std::string& path,
   PrivateFileCallsScope scope(calls);
   std::optional<Error> failure;
   sqlite3* db = nullptr;
-  const int opened = sqlite3_open_v2(pending.c_str(), &db,
-                                     SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE |
-                                         SQLITE_OPEN_FULLMUTEX,
-                                     privateFileVfsName());
+  const int opened = sqlite3_open_v2(
+      pending.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX,
+      privateFileVfsName());
   if (opened != SQLITE_OK) {
     failure = sqliteError(db, schema::label::kCreate);
   } else {
@@ -289,7 +288,7 @@ bool ScanStore::writeRootNode(ScanNode* root, const std::string& path,
   }
   sqlite3_close_v2(db);
   if (!failure) {
-    struct stat replaced{};
+    struct stat replaced {};
     const bool replacing = ::stat(destination.c_str(), &replaced) == 0;
     int err = 0;
     if (!flushFile(calls, pending, replacing ? &replaced : nullptr, &err)) {

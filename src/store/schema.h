@@ -24,15 +24,19 @@ inline constexpr int kBusyTimeoutMilliseconds = 3000;
 inline constexpr const char* kCreateTables =
     "CREATE TABLE scan_metadata (id INTEGER PRIMARY KEY CHECK(id=1), schema_version INTEGER NOT "
     "NULL, scan_date REAL, root_node_id INTEGER, root_path TEXT NOT NULL, root_name TEXT NOT NULL, "
-    "logical_size INTEGER NOT NULL, volume_capacity INTEGER NOT NULL, volume_free_space INTEGER NOT "
+    "logical_size INTEGER NOT NULL, volume_capacity INTEGER NOT NULL, volume_free_space INTEGER "
+    "NOT "
     "NULL, volume_available_space INTEGER NOT NULL, source_fingerprint INTEGER NOT NULL, "
     "source_item_count INTEGER NOT NULL);"
     "CREATE TABLE items (id INTEGER PRIMARY KEY, parent_id INTEGER REFERENCES items(id), name TEXT "
-    "NOT NULL, path TEXT NOT NULL, size INTEGER NOT NULL, is_directory INTEGER NOT NULL, is_package "
+    "NOT NULL, path TEXT NOT NULL, size INTEGER NOT NULL, is_directory INTEGER NOT NULL, "
+    "is_package "
     "INTEGER NOT NULL, is_aggregate INTEGER NOT NULL, is_volume_root INTEGER NOT NULL, is_virtual "
-    "INTEGER NOT NULL, is_apfs_clone INTEGER NOT NULL, clone_allocation_elsewhere INTEGER NOT NULL, "
+    "INTEGER NOT NULL, is_apfs_clone INTEGER NOT NULL, clone_allocation_elsewhere INTEGER NOT "
+    "NULL, "
     "clone_shared_size INTEGER NOT NULL, modification_date REAL, extension TEXT, checksum BLOB, "
-    "is_deleted INTEGER NOT NULL DEFAULT 0, checksum_size INTEGER, checksum_modification_date REAL, "
+    "is_deleted INTEGER NOT NULL DEFAULT 0, checksum_size INTEGER, checksum_modification_date "
+    "REAL, "
     "cleanup_kind TEXT);"
     "CREATE TABLE scan_issues (id INTEGER PRIMARY KEY, path TEXT NOT NULL, message TEXT NOT NULL);";
 
@@ -59,14 +63,17 @@ inline constexpr const char* kMissingIssueMessage = "Unable to read this item.";
 
 // Opening and upgrading.
 inline constexpr const char* kReadUserVersion = "PRAGMA user_version";
-inline constexpr const char* kReadSchemaVersion = "SELECT schema_version FROM scan_metadata WHERE id=1";
+inline constexpr const char* kReadSchemaVersion =
+    "SELECT schema_version FROM scan_metadata WHERE id=1";
 inline constexpr const char* kMarkVersion1 = "PRAGMA user_version=1";
 inline constexpr const char* kMigrate1To2 =
     "BEGIN IMMEDIATE; ALTER TABLE items ADD COLUMN is_deleted INTEGER NOT NULL DEFAULT 0; UPDATE "
     "scan_metadata SET schema_version=2 WHERE id=1; PRAGMA user_version=2; COMMIT;";
 inline constexpr const char* kMigrate2To3 =
-    "BEGIN IMMEDIATE;ALTER TABLE items ADD COLUMN checksum_size INTEGER;ALTER TABLE items ADD COLUMN "
-    "checksum_modification_date REAL;ALTER TABLE items ADD COLUMN cleanup_kind TEXT;CREATE TABLE IF "
+    "BEGIN IMMEDIATE;ALTER TABLE items ADD COLUMN checksum_size INTEGER;ALTER TABLE items ADD "
+    "COLUMN "
+    "checksum_modification_date REAL;ALTER TABLE items ADD COLUMN cleanup_kind TEXT;CREATE TABLE "
+    "IF "
     "NOT EXISTS scan_issues (id INTEGER PRIMARY KEY, path TEXT NOT NULL, message TEXT NOT "
     "NULL);UPDATE items SET cleanup_kind=CASE WHEN is_directory=0 AND lower(name)='.ds_store' THEN "
     "'ds_store' WHEN lower(path) LIKE '%/library/application support/mobilesync/backup/%' THEN "
@@ -87,22 +94,24 @@ inline constexpr const char* kReadMetadata =
     "SELECT schema_version,scan_date,root_node_id,root_path,root_name,logical_size,volume_capacity,"
     "volume_free_space,volume_available_space,source_fingerprint,source_item_count FROM "
     "scan_metadata WHERE id=1";
-inline constexpr const char* kReadIssues = "SELECT path,message FROM scan_issues ORDER BY id LIMIT 500";
+inline constexpr const char* kReadIssues =
+    "SELECT path,message FROM scan_issues ORDER BY id LIMIT 500";
 
 // The fourteen columns of every node query, in this order.
-#define TW_NODE_COLUMNS                                                                          \
+#define TW_NODE_COLUMNS                                                                         \
   "id,parent_id,name,path,size,is_directory,is_package,is_aggregate,is_volume_root,is_virtual," \
   "is_apfs_clone,clone_allocation_elsewhere,clone_shared_size,modification_date"
-#define TW_SUBTREE_NODE_COLUMNS                                                                  \
-  "i.id,i.parent_id,i.name,i.path,i.size,i.is_directory,i.is_package,i.is_aggregate,"           \
-  "i.is_volume_root,i.is_virtual,i.is_apfs_clone,i.clone_allocation_elsewhere,"                 \
+#define TW_SUBTREE_NODE_COLUMNS                                                       \
+  "i.id,i.parent_id,i.name,i.path,i.size,i.is_directory,i.is_package,i.is_aggregate," \
+  "i.is_volume_root,i.is_virtual,i.is_apfs_clone,i.clone_allocation_elsewhere,"       \
   "i.clone_shared_size,i.modification_date"
 // Every subtree query starts here; parameter 1 is the subtree's root row. Deleted rows and all
 // rows below them are never reached.
-#define TW_SUBTREE                                                                          \
+#define TW_SUBTREE                                                                             \
   "WITH RECURSIVE subtree(id) AS (SELECT ? UNION ALL SELECT i.id FROM items i JOIN subtree s " \
   "ON i.parent_id=s.id WHERE i.is_deleted=0)"
-#define TW_SUBTREE_NODES TW_SUBTREE " SELECT " TW_SUBTREE_NODE_COLUMNS " FROM items i JOIN subtree s ON i.id=s.id WHERE "
+#define TW_SUBTREE_NODES \
+  TW_SUBTREE " SELECT " TW_SUBTREE_NODE_COLUMNS " FROM items i JOIN subtree s ON i.id=s.id WHERE "
 #define TW_FILES \
   "i.is_deleted=0 AND i.is_directory=0 AND i.is_virtual=0 AND i.is_aggregate=0 AND i.size>0"
 
@@ -121,26 +130,24 @@ inline constexpr const char* kAllFiles =
     TW_SUBTREE_NODES TW_FILES " ORDER BY i.size DESC,i.name COLLATE NOCASE";
 inline constexpr const char* kLargestFiles =
     TW_SUBTREE_NODES TW_FILES " ORDER BY i.size DESC,i.name COLLATE NOCASE LIMIT ?";
-inline constexpr const char* kFilesMatchingName =
-    TW_SUBTREE_NODES TW_FILES
+inline constexpr const char* kFilesMatchingName = TW_SUBTREE_NODES TW_FILES
     " AND i.name LIKE ? ESCAPE '\\' COLLATE NOCASE ORDER BY i.size DESC,i.name COLLATE NOCASE "
     "LIMIT ?";
-inline constexpr const char* kCleanupCandidates =
-    TW_SUBTREE_NODES
+inline constexpr const char* kCleanupCandidates = TW_SUBTREE_NODES
     "i.is_deleted=0 AND i.is_virtual=0 AND i.is_aggregate=0 AND i.size>0 AND i.cleanup_kind IS NOT "
     "NULL AND (i.cleanup_kind='ds_store' OR (i.size>=10485760 AND i.modification_date IS NOT NULL "
     "AND i.modification_date<?)) ORDER BY i.size DESC,i.path COLLATE NOCASE LIMIT ?";
 // Cleanup candidates other than ".DS_Store" files must be older than this.
 inline constexpr double kCleanupMinimumAgeSeconds = 604800;
-inline constexpr const char* kExtensionSummary =
-    TW_SUBTREE
+inline constexpr const char* kExtensionSummary = TW_SUBTREE
     " SELECT lower(COALESCE(i.extension,'')),SUM(i.size),COUNT(*) FROM items i JOIN subtree s ON "
     "i.id=s.id WHERE " TW_FILES " GROUP BY lower(COALESCE(i.extension,''))";
 // Files of a subtree filtered by extension: the head, then " AND lower(COALESCE(i.extension,''))
 // IN (" or "NOT IN (" with one "?" per entry, ")", then the tail.
 inline constexpr const char* kFilesByExtensionHead = TW_SUBTREE_NODES TW_FILES;
 inline constexpr const char* kExtensionFilterFormat = " AND lower(COALESCE(i.extension,'')) %s (";
-inline constexpr const char* kFilesByExtensionTail = " ORDER BY i.size DESC,i.name COLLATE NOCASE LIMIT ?";
+inline constexpr const char* kFilesByExtensionTail =
+    " ORDER BY i.size DESC,i.name COLLATE NOCASE LIMIT ?";
 inline constexpr const char* kStreamNodes = TW_SUBTREE_NODES "i.is_deleted=0 ORDER BY i.id";
 
 #undef TW_NODE_COLUMNS

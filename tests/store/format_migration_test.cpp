@@ -16,14 +16,17 @@ using test::Sql;
 constexpr const char* kMetadataTable =
     "CREATE TABLE scan_metadata (id INTEGER PRIMARY KEY CHECK(id=1), schema_version INTEGER NOT "
     "NULL, scan_date REAL, root_node_id INTEGER, root_path TEXT NOT NULL, root_name TEXT NOT NULL, "
-    "logical_size INTEGER NOT NULL, volume_capacity INTEGER NOT NULL, volume_free_space INTEGER NOT "
+    "logical_size INTEGER NOT NULL, volume_capacity INTEGER NOT NULL, volume_free_space INTEGER "
+    "NOT "
     "NULL, volume_available_space INTEGER NOT NULL, source_fingerprint INTEGER NOT NULL, "
     "source_item_count INTEGER NOT NULL);";
 constexpr const char* kVersion1Items =
     "CREATE TABLE items (id INTEGER PRIMARY KEY, parent_id INTEGER REFERENCES items(id), name TEXT "
-    "NOT NULL, path TEXT NOT NULL, size INTEGER NOT NULL, is_directory INTEGER NOT NULL, is_package "
+    "NOT NULL, path TEXT NOT NULL, size INTEGER NOT NULL, is_directory INTEGER NOT NULL, "
+    "is_package "
     "INTEGER NOT NULL, is_aggregate INTEGER NOT NULL, is_volume_root INTEGER NOT NULL, is_virtual "
-    "INTEGER NOT NULL, is_apfs_clone INTEGER NOT NULL, clone_allocation_elsewhere INTEGER NOT NULL, "
+    "INTEGER NOT NULL, is_apfs_clone INTEGER NOT NULL, clone_allocation_elsewhere INTEGER NOT "
+    "NULL, "
     "clone_shared_size INTEGER NOT NULL, modification_date REAL, extension TEXT, checksum BLOB);";
 
 struct LegacyRow {
@@ -91,9 +94,9 @@ std::vector<std::string> cleanupKinds(const std::string& path) {
 }
 
 const std::vector<std::string> kExpectedMigratedKinds = {
-    "-",          "ds_store", "mobile_backup", "xcode_archive", "derived_data", "device_support",
-    "cache",      "log",      "temporary",     "temporary",     "archive",      "download",
-    "download",   "-",        "-",             "-"};
+    "-",   "ds_store",  "mobile_backup", "xcode_archive", "derived_data", "device_support", "cache",
+    "log", "temporary", "temporary",     "archive",       "download",     "download",       "-",
+    "-",   "-"};
 
 class FormatTest : public ::testing::Test {
  protected:
@@ -116,7 +119,8 @@ TEST_F(FormatTest, WrittenFileCarriesVersionMarksMetadataAndIndexes) {
             static_cast<int64_t>(0xfedcba9876543210ull));
   EXPECT_EQ(sql.integer("SELECT source_item_count FROM scan_metadata"), 11);
   EXPECT_EQ(sql.integer("SELECT CAST(scan_date AS INTEGER) FROM scan_metadata"), 1700000000);
-  EXPECT_EQ(sql.text("SELECT path||'|'||message FROM scan_issues"), "/data/locked|Permission denied");
+  EXPECT_EQ(sql.text("SELECT path||'|'||message FROM scan_issues"),
+            "/data/locked|Permission denied");
   EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM sqlite_master WHERE type='index' AND name LIKE "
                         "'items_%_idx'"),
             6);
@@ -136,9 +140,10 @@ TEST_F(FormatTest, RowsFollowTheTreeInPreOrderWithSyntheticEntriesOnTheirFolders
   Sql sql(file);
   std::vector<std::string> rows;
   for (int id = 1; id <= 11; ++id) {
-    rows.push_back(*sql.text("SELECT name||'|'||path||'|'||COALESCE(parent_id,'-')||'|'||"
-                             "extension FROM items WHERE id=" +
-                             std::to_string(id)));
+    rows.push_back(
+        *sql.text("SELECT name||'|'||path||'|'||COALESCE(parent_id,'-')||'|'||"
+                  "extension FROM items WHERE id=" +
+                  std::to_string(id)));
   }
   const std::vector<std::string> expected = {
       "data|/data|-|",
@@ -281,7 +286,7 @@ TEST_F(FormatTest, FailedUpgradeStepIsRolledBackAndEarlierStepsKept) {
 TEST_F(FormatTest, NewerFileIsRefusedAndLeftUntouched) {
   ASSERT_TRUE(ScanStore::writeRootNode(test::makeSampleTree().get(), file));
   { Sql(file).exec("PRAGMA user_version=7"); }
-  struct stat before{};
+  struct stat before {};
   ASSERT_EQ(stat(file.c_str(), &before), 0);
   const std::string bytes = test::readFileBytes(file);
   Error error;
@@ -289,7 +294,7 @@ TEST_F(FormatTest, NewerFileIsRefusedAndLeftUntouched) {
   EXPECT_EQ(error, (Error{kSQLiteErrorDomain, 17,
                           "This scan database was created by a newer version of Tarnwell."}));
   EXPECT_EQ(test::readFileBytes(file), bytes);
-  struct stat after{};
+  struct stat after {};
   ASSERT_EQ(stat(file.c_str(), &after), 0);
   EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
   EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);

@@ -4,10 +4,10 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <climits>
-#include <cstdlib>
 #include <atomic>
 #include <chrono>
+#include <climits>
+#include <cstdlib>
 #include <future>
 #include <thread>
 
@@ -138,21 +138,19 @@ TEST_F(LazyLoadingTest, StreamCallbackMayLoadChildrenWhileAnotherThreadLoadsThem
   auto done = std::async(std::launch::async, [&] {
     int seen = 0;
     std::future<std::size_t> other;
-    return store->enumerateNodesUnderNode(
-               root.get(),
-               [&](const ScanNodeRef&, std::optional<Error>&) {
-                 if (++seen == 1) {
-                   other = std::async(std::launch::async, [&] { return folder->children().size(); });
-                   std::this_thread::sleep_for(std::chrono::milliseconds(50));
-                 }
-                 if (seen == 2) {
-                   if (folder->children().size() != 50) return false;
-                   if (other.get() != 50) return false;
-                 }
-                 for (ScanNode* sub : folder->children()) sub->children();
-                 return true;
-               }) &&
-           seen == 2021;
+    return store->enumerateNodesUnderNode(root.get(), [&](const ScanNodeRef&,
+                                                          std::optional<Error>&) {
+      if (++seen == 1) {
+        other = std::async(std::launch::async, [&] { return folder->children().size(); });
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      }
+      if (seen == 2) {
+        if (folder->children().size() != 50) return false;
+        if (other.get() != 50) return false;
+      }
+      for (ScanNode* sub : folder->children()) sub->children();
+      return true;
+    }) && seen == 2021;
   });
   ASSERT_EQ(done.wait_for(std::chrono::seconds(20)), std::future_status::ready)
       << "the stream and a children load deadlocked";

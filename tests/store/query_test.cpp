@@ -67,8 +67,9 @@ TEST_F(QueryTest, RootReadsAtMost500Issues) {
 }
 
 TEST_F(QueryTest, ChildrenComeInChildOrderWithPlainCaseInsensitiveTieBreak) {
-  EXPECT_EQ(namesOf(store->childrenOfNode(*root)),
-            (std::vector<std::string>{"docs", "cache", "smaller objects\u2026", "hidden space\u2026"}));
+  EXPECT_EQ(
+      namesOf(store->childrenOfNode(*root)),
+      (std::vector<std::string>{"docs", "cache", "smaller objects\u2026", "hidden space\u2026"}));
   ScanNodeRef tree = ScanNode::makeRoot("/t", true);
   for (const char* name : {"b", "A", "c10", "c9", "C2"}) test::addNode(tree.get(), name, false, 5);
   test::addNode(tree.get(), "big", false, 9);
@@ -169,7 +170,7 @@ TEST_F(QueryTest, ExtensionSummaryCountsFilesPerLowerCasedExtension) {
     byExtension[line.extension] = {line.bytes, line.count};
   const std::map<std::string, std::pair<uint64_t, uint64_t>> expected = {
       {"pdf", {450, 2}}, {"", {100, 1}}, {"txt", {100, 1}},
-      {"bin", {300, 1}}, {"c", {30, 1}},  {"h", {30, 1}}};
+      {"bin", {300, 1}}, {"c", {30, 1}}, {"h", {30, 1}}};
   EXPECT_EQ(byExtension, expected);
 }
 

@@ -80,11 +80,14 @@ std::vector<std::string> listFolder(const std::string& folder) {
 }
 
 Sql::Sql(const std::string& path) {
-  EXPECT_EQ(sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
-            SQLITE_OK);
+  EXPECT_EQ(
+      sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
+      SQLITE_OK);
 }
 
-Sql::~Sql() { sqlite3_close_v2(db_); }
+Sql::~Sql() {
+  sqlite3_close_v2(db_);
+}
 
 void Sql::exec(const std::string& sql) {
   char* message = nullptr;

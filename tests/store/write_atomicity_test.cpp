@@ -132,10 +132,12 @@ TEST_F(WriteAtomicityTest, FailuresReportTheirDomainCodeAndContext) {
   Error error;
   fault = Fault{Call::kOpen, 1};
   EXPECT_FALSE(ScanStore::writeRootNode(newer.get(), file, kFaultyCalls, &error));
-  EXPECT_EQ(error, (Error{kSQLiteErrorDomain, 14, "Create scan database: unable to open database file"}));
+  EXPECT_EQ(error,
+            (Error{kSQLiteErrorDomain, 14, "Create scan database: unable to open database file"}));
   fault = Fault{Call::kPwrite, 1, 0, 0, ENOSPC};
   EXPECT_FALSE(ScanStore::writeRootNode(newer.get(), file, kFaultyCalls, &error));
-  EXPECT_EQ(error, (Error{kSQLiteErrorDomain, 13, "Write scan database: database or disk is full"}));
+  EXPECT_EQ(error,
+            (Error{kSQLiteErrorDomain, 13, "Write scan database: database or disk is full"}));
   fault = Fault{Call::kRename, 1, 0, 0, EXDEV};
   EXPECT_FALSE(ScanStore::writeRootNode(newer.get(), file, kFaultyCalls, &error));
   EXPECT_EQ(error, posixError(EXDEV));
@@ -159,7 +161,7 @@ TEST_F(WriteAtomicityTest, MissingFoldersAreCreatedAndReplacedFileKeepsItsMode) 
   EXPECT_EQ(rootNameOf(deep), "new");
   ASSERT_EQ(chmod(file.c_str(), 0600), 0);
   EXPECT_TRUE(ScanStore::writeRootNode(makeTree("new", 10).get(), file));
-  struct stat st{};
+  struct stat st {};
   ASSERT_EQ(stat(file.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0600u);
 }
@@ -187,7 +189,8 @@ TEST_F(WriteAtomicityTest, FullDiskKeepsTheOldFile) {
   const std::string before = test::readFileBytes(target);
   Error error;
   EXPECT_FALSE(ScanStore::writeRootNode(makeTree("new", 20000).get(), target, &error));
-  EXPECT_EQ(error, (Error{kSQLiteErrorDomain, 13, "Write scan database: database or disk is full"}));
+  EXPECT_EQ(error,
+            (Error{kSQLiteErrorDomain, 13, "Write scan database: database or disk is full"}));
   EXPECT_EQ(test::readFileBytes(target), before);
   EXPECT_EQ(strayFiles(small, "scan.sqlite"), std::vector<std::string>{});
   umount(small.c_str());
