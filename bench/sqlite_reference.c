@@ -113,6 +113,7 @@ int main(int argc, char** argv) {
   sqlite3_close(src);
 
   unlink(argv[2]);
+  sync();
   const double start = now();
   sqlite3* db = NULL;
   check(sqlite3_open_v2(argv[2], &db,
