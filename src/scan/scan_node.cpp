@@ -55,6 +55,13 @@ ScanNode* ScanNode::createNode(std::string_view name, bool directory) {
   return node;
 }
 
+ScanNode* ScanNode::createDetachedNode(std::string_view name, bool directory) {
+  NodeArena& a = arena();
+  ScanNode* node = construct(a, name, directory);
+  node->ensureExtraIn(a)->self = treeRoot()->extra()->self;
+  return node;
+}
+
 ScanNode* ScanNode::treeRoot() {
   ScanNode* node = this;
   while (node->parent_) node = node->parent_;

@@ -79,6 +79,9 @@ class ScanNode {
   static ScanNodeRef makeRoot(std::string_view path, bool directory);
   // A new node in this node's tree, not yet attached to any parent. Safe from any thread.
   ScanNode* createNode(std::string_view name, bool directory);
+  // A new node in this node's tree that has no parent and stands on its own as a root does
+  // (answers of scan database queries are made so); ref() on it keeps the tree alive. Thread-safe.
+  ScanNode* createDetachedNode(std::string_view name, bool directory);
   // A new node in `arena`, for builders that hold the tree's arena already.
   static ScanNode* create(NodeArena& arena, std::string_view name, bool directory) {
     return construct(arena, name, directory);

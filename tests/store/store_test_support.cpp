@@ -1,0 +1,133 @@
+#include "store/store_test_support.h"
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+
+namespace tw::test {
+
+ScanNode* addNode(ScanNode* parent, std::string_view name, bool directory, uint64_t size,
+                  double modificationDate) {
+  ScanNode* node = parent->createNode(name, directory);
+  node->setSize(size);
+  node->setModificationDate(modificationDate);
+  parent->addChild(node);
+  return node;
+}
+
+ScanNodeRef makeSampleTree() {
+  ScanNodeRef root = ScanNode::makeRoot("/data", true);
+  ScanNode* docs = addNode(root.get(), "docs", true, 600);
+  addNode(docs, "Annual REPORT.pdf", false, 400, 1000);
+  addNode(docs, "a_b", false, 100, 1000);
+  addNode(docs, "notes.txt", false, 100, 1000);
+  ScanNode* cache = addNode(root.get(), "cache", true, 300);
+  addNode(cache, "big.bin", false, 300, 1000);
+  ScanNode* group = addNode(root.get(), std::string(kSmallerObjectsName), true, 60);
+  group->setAggregate(true);
+  addNode(group, "tiny.c", false, 30, 1000);
+  addNode(group, "Tiny.h", false, 30, 1000);
+  ScanNode* hidden = addNode(root.get(), std::string(kHiddenSpaceName), false, 40);
+  hidden->setVirtualNode(true);
+  root->setSize(1000);
+  root->setScanDate(1700000000);
+  root->setSourceFingerprint(0xfedcba9876543210ull);
+  root->setSourceItemCount(11);
+  root->setScanIssues({{"/data/locked", "Permission denied"}});
+  return root;
+}
+
+ScanNode* addPath(ScanNode* root, std::string_view relative, bool directory, uint64_t size) {
+  ScanNode* folder = root;
+  while (true) {
+    std::size_t slash = relative.find('/');
+    if (slash == std::string_view::npos) break;
+    std::string_view step = relative.substr(0, slash);
+    relative.remove_prefix(slash + 1);
+    ScanNode* found = nullptr;
+    for (ScanNode* child : folder->children())
+      if (child->name() == step) found = child;
+    folder = found ? found : addNode(folder, step, true, 0);
+  }
+  return addNode(folder, relative, directory, size, 1000);
+}
+
+std::string readFileBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+void writeFileBytes(const std::string& path, std::string_view bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::vector<std::string> listFolder(const std::string& folder) {
+  std::vector<std::string> names;
+  if (DIR* dir = opendir(folder.c_str())) {
+    while (dirent* entry = readdir(dir)) {
+      std::string name = entry->d_name;
+      if (name != "." && name != "..") names.push_back(name);
+    }
+    closedir(dir);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+Sql::Sql(const std::string& path) {
+  EXPECT_EQ(
+      sqlite3_open_v2(path.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
+      SQLITE_OK);
+}
+
+Sql::~Sql() {
+  sqlite3_close_v2(db_);
+}
+
+void Sql::exec(const std::string& sql) {
+  char* message = nullptr;
+  EXPECT_EQ(sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, &message), SQLITE_OK)
+      << (message ? message : "") << "\n"
+      << sql;
+  sqlite3_free(message);
+}
+
+std::optional<int64_t> Sql::integer(const std::string& sql) {
+  sqlite3_stmt* statement = nullptr;
+  std::optional<int64_t> value;
+  if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK &&
+      sqlite3_step(statement) == SQLITE_ROW && sqlite3_column_type(statement, 0) != SQLITE_NULL)
+    value = sqlite3_column_int64(statement, 0);
+  sqlite3_finalize(statement);
+  return value;
+}
+
+std::optional<std::string> Sql::text(const std::string& sql) {
+  sqlite3_stmt* statement = nullptr;
+  std::optional<std::string> value;
+  if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK &&
+      sqlite3_step(statement) == SQLITE_ROW && sqlite3_column_type(statement, 0) != SQLITE_NULL)
+    value = std::string(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)),
+                        sqlite3_column_bytes(statement, 0));
+  sqlite3_finalize(statement);
+  return value;
+}
+
+std::vector<std::string> namesOf(const std::vector<ScanNodeRef>& nodes) {
+  std::vector<std::string> names;
+  for (const ScanNodeRef& node : nodes) names.emplace_back(node->name());
+  return names;
+}
+
+std::vector<std::string> namesOf(const std::vector<ScanNode*>& nodes) {
+  std::vector<std::string> names;
+  for (const ScanNode* node : nodes) names.emplace_back(node->name());
+  return names;
+}
+
+}  // namespace tw::test
