@@ -1,5 +1,8 @@
 #include "scan/directory_scanner.h"
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <cmath>
 
 #include "scan/walk.h"
@@ -76,6 +79,8 @@ SourceSnapshot DirectoryScanner::computeSourceSnapshot(const std::string& path,
 void DirectoryScanner::captureSourceSnapshot(const std::string& path, Options options,
                                              std::function<void(SourceSnapshot)> completion) {
   std::thread([path, options = withDefaults(std::move(options)), completion = std::move(completion)] {
+    // A freshness check yields to scans: nice is per thread on Linux.
+    setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), 5);
     SourceSnapshot snapshot = computeSourceSnapshot(path, options);
     options.callbackExecutor([snapshot, completion] {
       if (completion) completion(snapshot);
