@@ -1,7 +1,10 @@
 #include "app/appearance.h"
 
 #include <QApplication>
-#include <QStyleFactory>
+#include <QLabel>
+#include <QMessageBox>
+
+#include "app/tarnwell_style.h"
 
 namespace tw {
 
@@ -59,8 +62,19 @@ QPalette darkPalette() {
 }
 
 void applyDarkAppearance(QApplication& app) {
-  app.setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+  app.setStyle(new TarnwellStyle);
   app.setPalette(darkPalette());
+}
+
+void applyAlertLayout(QMessageBox& box) {
+  if (auto* message = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_label"))) {
+    QFont font = message->font();
+    font.setWeight(QFont::Bold);
+    message->setFont(font);
+  }
+  if (auto* informative = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel"))) {
+    informative->setMinimumWidth(360);
+  }
 }
 
 }  // namespace tw

@@ -8,12 +8,16 @@
 #include "ui/palette.h"
 
 class QApplication;
+class QMessageBox;
 
 namespace tw {
 
 QColor toQColor(const Rgba& colour);
 QPalette darkPalette();
-// Sets the Fusion style and the dark palette on `app`.
+// Sets Tarnwell's style (Fusion, adjusted) and the dark palette on `app`.
 void applyDarkAppearance(QApplication& app);
+// Lays out an alert as Tarnwell shows them: the message in bold above an informative text wide
+// enough to read as sentences. Call after setting both texts.
+void applyAlertLayout(QMessageBox& box);
 
 }  // namespace tw

@@ -134,6 +134,7 @@ void Application::showHelp() {
       "Choose a disk or folder to scan, then click the sunburst to explore large files. Click the "
       "center to move up and press Space to preview a selected file."));
   box->setStandardButtons(QMessageBox::Ok);
+  applyAlertLayout(*box);
   box->show();
 }
 

@@ -120,6 +120,7 @@ SettingsDialog::SettingsDialog(QWidget* parent) : QDialog(parent) {
 
   tabs_ = new QTabWidget(this);
   tabs_->setObjectName(QStringLiteral("settingsTabs"));
+  tabs_->setDocumentMode(true);  // pages on the window background; panels stand out on it
   tabs_->addTab(buildDiskAccessTab(), QStringLiteral("Disk Access"));
   tabs_->addTab(buildSettingsTab(), QStringLiteral("Settings"));
   tabs_->addTab(buildExclusionsTab(), QStringLiteral("Exclusions"));
@@ -255,6 +256,7 @@ QWidget* SettingsDialog::buildExclusionsTab() {
     list->setSelectionMode(QAbstractItemView::ExtendedSelection);
     list->setAlternatingRowColors(true);
     list->setUniformItemSizes(true);
+    list->setStyleSheet(QStringLiteral("QListWidget::item { padding: 4px 6px; }"));
     layout->addWidget(list, 1);
     auto* add = new QPushButton(addText, tab);
     add->setObjectName(name + QStringLiteral("AddButton"));
@@ -404,6 +406,7 @@ void SettingsDialog::showFullDiskAccessExplanation() {
       "For a complete scan, start Tarnwell as root with pkexec. A copy started as root keeps its "
       "own library of saved scans."));
   box->setStandardButtons(QMessageBox::Ok);
+  applyAlertLayout(*box);
   box->open();
 }
 
