@@ -65,8 +65,7 @@ QProcessEnvironment AppEnvironment::processEnvironment() const {
 }
 
 QString tarnwellBinary() {
-  const char* dir = std::getenv("TARNWELL_BINARY_DIR");
-  return QString::fromLocal8Bit(dir ? dir : ".") + QStringLiteral("/tarnwell");
+  return QStringLiteral(TW_TARNWELL_BINARY);
 }
 
 }  // namespace tw::test

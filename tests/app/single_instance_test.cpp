@@ -91,7 +91,9 @@ TEST(InstanceLock, UnusableLockFileCountsAsAnotherCopy) {
 TEST(SingleInstance, SecondCopyHandsItsTokenToTheFirstAndQuitsWithoutAWindow) {
   test::AppEnvironment env;
   RunningCopy first(env.processEnvironment());
-  ASSERT_TRUE(waitForLine(first.process, "ready", &first.output, 20000)) << first.output.data();
+  ASSERT_TRUE(waitForLine(first.process, "ready", &first.output, 20000))
+      << first.output.data() << first.process.errorString().toStdString()
+      << first.process.readAllStandardError().data();
 
   QProcessEnvironment secondEnv = env.processEnvironment();
   secondEnv.insert(QStringLiteral("XDG_ACTIVATION_TOKEN"), QStringLiteral("kwin-1234_x.y"));

@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QLabel>
+#include <QProxyStyle>
 #include <QStyle>
 #include <QThreadPool>
 #include <QTimer>
@@ -81,7 +82,9 @@ TEST(Startup, DarkAppearanceIsFusionWithTarnwellsColours) {
   test::AppEnvironment env;
   Application app;
   ASSERT_EQ(app.start(), Application::Launch::Running);
-  EXPECT_EQ(QApplication::style()->name(), "fusion");
+  auto* style = qobject_cast<QProxyStyle*>(QApplication::style());
+  ASSERT_NE(style, nullptr);
+  EXPECT_EQ(style->baseStyle()->name(), "fusion");
   const QPalette palette = app.mainWindow()->palette();
   expectColour(palette.color(QPalette::Window), 0.105, 0.114, 0.137);
   expectColour(palette.color(QPalette::Base), 0.135, 0.145, 0.172);
