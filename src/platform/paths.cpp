@@ -46,6 +46,11 @@ std::string expandTilde(std::string_view path, std::string_view home) {
   return std::string(path);
 }
 
+std::string standardizeUserPath(std::string_view path) {
+  if (path.empty()) return {};
+  return standardizePath(expandTilde(path, homeDirectory()));
+}
+
 std::string_view displayNameForPath(std::string_view path) {
   std::string_view trimmed = path;
   while (trimmed.size() > 1 && trimmed.back() == '/') trimmed.remove_suffix(1);

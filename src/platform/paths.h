@@ -11,6 +11,9 @@ namespace tw {
 std::string standardizePath(std::string_view path);
 // Replaces a leading "~" or "~/" with `home`.
 std::string expandTilde(std::string_view path, std::string_view home);
+// A path as locations are compared and stored: a leading "~" expanded with homeDirectory(), then
+// standardized. Lexical only: links are not resolved. An empty path stays empty.
+std::string standardizeUserPath(std::string_view path);
 // The last component ("/a/b/" gives "b"); the whole path when that is empty (so "/" gives "/").
 std::string_view displayNameForPath(std::string_view path);
 // The folder holding `path` ("/a/b" gives "/a", "/a" gives "/").

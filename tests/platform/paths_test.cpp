@@ -39,5 +39,14 @@ TEST(Paths, TildeExpandsOnlyAtTheStart) {
   EXPECT_EQ(appendPathComponent("/", "x"), "/x");
 }
 
+TEST(Paths, UserPathsExpandTildeThenStandardizeWithoutTouchingTheDisk) {
+  const std::string home = homeDirectory();
+  EXPECT_EQ(standardizeUserPath("~"), standardizePath(home));
+  EXPECT_EQ(standardizeUserPath("~/a/../b/"), standardizePath(home + "/b"));
+  EXPECT_EQ(standardizeUserPath("/no/such/./x/.."), "/no/such");
+  EXPECT_EQ(standardizeUserPath("/x/caf\xe9/"), "/x/caf\xe9");
+  EXPECT_EQ(standardizeUserPath(""), "");
+}
+
 }  // namespace
 }  // namespace tw

@@ -1,0 +1,165 @@
+#include "app/application.h"
+
+#include <QApplication>
+#include <QIcon>
+#include <QMessageBox>
+#include <QThreadPool>
+#include <cstdio>
+#include <ctime>
+
+#include "app/about_dialog.h"
+#include "app/appearance.h"
+#include "app/build_info.h"
+#include "app/instance_channel.h"
+#include "app/library_folder.h"
+#include "app/main_window.h"
+#include "app/menus.h"
+#include "app/preferences.h"
+#include "app/settings_dialog.h"
+
+namespace tw {
+
+Application::Application(QObject* parent) : QObject(parent) {}
+
+Application::~Application() {
+  delete window_.data();
+  lock_.release();
+}
+
+Application::Launch Application::start() {
+  QCoreApplication::setOrganizationName(QString::fromUtf8(kSettingsOrganization));
+  QCoreApplication::setApplicationName(QString::fromUtf8(kSettingsApplication));
+  QCoreApplication::setApplicationVersion(applicationVersion());
+  QGuiApplication::setApplicationDisplayName(QStringLiteral("Tarnwell"));
+  QGuiApplication::setDesktopFileName(QString::fromUtf8(kDesktopFileName));
+
+  applyApplicationIcon();
+  steps_ << QStringLiteral("icon");
+
+  registerDefaultPreferences();
+  steps_ << QStringLiteral("defaults");
+
+  const bool locked = takeInstanceLock();
+  steps_ << QStringLiteral("lock");
+  if (!locked) {
+    // Another copy runs: let it come forward with our activation token, then stop.
+    const QByteArray token = qgetenv("XDG_ACTIVATION_TOKEN");
+    forwardActivation(instanceSocketPath(libraryFolderPath()), token);
+    steps_ << QStringLiteral("forward");
+    return Launch::Duplicate;
+  }
+
+  server_ = new InstanceServer(this);
+  connect(server_, &InstanceServer::activationRequested, this,
+          &Application::activateFromAnotherCopy);
+  if (!server_->listen(instanceSocketPath(libraryFolderPath()))) {
+    std::fprintf(stderr, "Tarnwell: a later copy cannot hand over to this one: %s\n",
+                 qPrintable(server_->errorString()));
+  }
+  steps_ << QStringLiteral("listen");
+  // Unfinished writes left by a copy that crashed; only the lock holder may touch them.
+  QThreadPool::globalInstance()->start([] { removeStalePendingLibraryFiles(std::time(nullptr)); });
+
+  if (auto* app = qobject_cast<QApplication*>(QCoreApplication::instance())) {
+    applyDarkAppearance(*app);
+  }
+  steps_ << QStringLiteral("appearance");
+
+  discardInterruptedScanIfNeeded();
+  steps_ << QStringLiteral("marker");
+
+  buildMainWindow();
+
+  window_->showHome();
+  window_->show();
+  window_->raise();
+  window_->activateWindow();
+  steps_ << QStringLiteral("overview");
+  return Launch::Running;
+}
+
+void Application::applyApplicationIcon() {
+  QIcon icon(QString::fromUtf8(kApplicationIconResource));
+  if (!icon.isNull()) QApplication::setWindowIcon(icon);
+}
+
+bool Application::takeInstanceLock() {
+  if (std::optional<Error> error = lock_.acquire(instanceLockPath())) {
+    // Held by another copy, or unusable: either way this copy does not run.
+    return false;
+  }
+  return true;
+}
+
+void Application::buildMainWindow() {
+  window_ = new MainWindow;
+  window_->setMenus(buildMenus(window_, this));
+  steps_ << QStringLiteral("menus");
+  window_->setWindowIcon(QApplication::windowIcon());
+  window_->centreOnScreen();
+  connect(window_, &MainWindow::closed, this, &Application::quit, Qt::QueuedConnection);
+  steps_ << QStringLiteral("window");
+}
+
+void Application::showSettings() {
+  if (!window_) return;
+  if (!settings_) {
+    settings_ = new SettingsDialog(window_);
+    settings_->setAttribute(Qt::WA_DeleteOnClose);
+  }
+  settings_->open();
+  settings_->raise();
+  settings_->activateWindow();
+}
+
+void Application::showAbout() {
+  if (!about_) {
+    about_ = new AboutDialog(window_);
+    about_->setAttribute(Qt::WA_DeleteOnClose);
+  }
+  about_->show();
+  about_->raise();
+  about_->activateWindow();
+}
+
+void Application::showHelp() {
+  auto* box = new QMessageBox(window_);
+  box->setObjectName(QStringLiteral("helpWindow"));
+  box->setAttribute(Qt::WA_DeleteOnClose);
+  box->setWindowModality(Qt::ApplicationModal);
+  box->setWindowTitle(QStringLiteral("Tarnwell Help"));
+  box->setIconPixmap(QApplication::windowIcon().pixmap(64, 64));
+  box->setText(QStringLiteral("Tarnwell Help"));
+  box->setInformativeText(QStringLiteral(
+      "Choose a disk or folder to scan, then click the sunburst to explore large files. Click the "
+      "center to move up and press Space to preview a selected file."));
+  box->setStandardButtons(QMessageBox::Ok);
+  applyAlertLayout(*box);
+  box->show();
+}
+
+void Application::activateFromAnotherCopy(const QByteArray& token) {
+  if (window_) {
+    if (window_->isMinimized()) {
+      window_->showNormal();
+    } else {
+      window_->show();
+    }
+    window_->raise();
+    // Qt's Wayland plugin hands XDG_ACTIVATION_TOKEN to the compositor when a window asks to be
+    // activated, and clears it; the token is the later copy's, so that the compositor lets the
+    // window come forward.
+    if (!token.isEmpty()) qputenv("XDG_ACTIVATION_TOKEN", token);
+    window_->activateWindow();
+    qunsetenv("XDG_ACTIVATION_TOKEN");
+  }
+  emit activatedByAnotherCopy(token);
+}
+
+void Application::quit() {
+  if (settings_) settings_->close();
+  if (about_) about_->close();
+  QCoreApplication::quit();
+}
+
+}  // namespace tw

@@ -1,0 +1,78 @@
+// The application shell.
+//
+// Application brings Tarnwell up and owns what lives for the whole run: the single-instance lock
+// and the socket through which a later copy hands over, the library folder's housekeeping at
+// start, the dark appearance, the menus, the one main window, Settings, About and Help. Start-up
+// runs in a fixed order (icon, default preferences, instance lock, appearance, scan-marker
+// clean-up, menus, main window, home screen); a second copy stops after the lock, hands its
+// activation token to the running copy and builds nothing.
+//
+// The rest of the shell sits beside it: preferences.h (keys, defaults, raw-path values and the
+// scanner's settings), library_folder.h, instance_lock.h and instance_channel.h.
+#pragma once
+
+#include <QByteArray>
+#include <QObject>
+#include <QPointer>
+#include <QStringList>
+#include <memory>
+
+#include "app/about_dialog.h"
+#include "app/instance_lock.h"
+#include "app/main_window.h"
+#include "app/settings_dialog.h"
+
+namespace tw {
+
+class InstanceServer;
+
+// Identity on the desktop: the desktop entry's name (without ".desktop") and the icon resource.
+inline constexpr const char* kDesktopFileName = "org.tarnwell.Tarnwell";
+inline constexpr const char* kApplicationIconResource = ":/org.tarnwell.Tarnwell.svg";
+
+class Application : public QObject {
+  Q_OBJECT
+ public:
+  enum class Launch { Running, Duplicate };
+
+  explicit Application(QObject* parent = nullptr);
+  ~Application() override;  // releases the instance lock; the lock file stays
+
+  // Start-up. A QApplication must exist. Returns Duplicate when another copy holds the lock; that
+  // copy has then been asked to come forward and nothing else was done.
+  Launch start();
+
+  // The steps start() ran, in order: "icon", "defaults", "lock", then either "forward" or
+  // "listen", "appearance", "marker", "menus", "window", "overview".
+  const QStringList& startupSteps() const { return steps_; }
+
+  bool holdsInstanceLock() const { return lock_.isHeld(); }
+  MainWindow* mainWindow() const { return window_; }
+  SettingsDialog* settingsDialog() const { return settings_; }
+  AboutDialog* aboutDialog() const { return about_; }
+
+ public slots:
+  void showSettings();
+  void showAbout();
+  void showHelp();
+  // Brings the main window forward for a copy started later; `token` is its activation token.
+  void activateFromAnotherCopy(const QByteArray& token);
+  void quit();
+
+ signals:
+  void activatedByAnotherCopy(const QByteArray& token);
+
+ private:
+  void applyApplicationIcon();
+  bool takeInstanceLock();
+  void buildMainWindow();
+
+  QStringList steps_;
+  InstanceLock lock_;
+  InstanceServer* server_ = nullptr;
+  QPointer<MainWindow> window_;
+  QPointer<SettingsDialog> settings_;
+  QPointer<AboutDialog> about_;
+};
+
+}  // namespace tw

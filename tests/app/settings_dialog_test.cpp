@@ -1,0 +1,258 @@
+#include "app/settings_dialog.h"
+
+#include <unistd.h>
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QFileDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QTabWidget>
+#include <QTest>
+
+#include "app/pattern_dialog.h"
+#include "app/preferences.h"
+#include "app_test_support.h"
+#include "gtest/gtest.h"
+#include "platform/paths.h"
+
+namespace tw {
+namespace {
+
+class SettingsDialogTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    registerDefaultPreferences();
+    parent_.resize(980, 650);
+    parent_.show();
+    dialog_ = new SettingsDialog(&parent_);
+    dialog_->open();
+  }
+  void TearDown() override { delete dialog_; }
+
+  QStringList listTexts(QListWidget* list) {
+    QStringList texts;
+    for (int i = 0; i < list->count(); ++i) texts << list->item(i)->text();
+    return texts;
+  }
+  QStringList storedPatterns() {
+    QSettings settings(kSettingsOrganization, kSettingsApplication);
+    return settings.value(kExcludedFilePatternsKey).toStringList();
+  }
+  bool hasLabel(QWidget* within, const QString& text) {
+    for (QLabel* label : within->findChildren<QLabel*>()) {
+      if (label->text() == text) return true;
+    }
+    return false;
+  }
+  // Types `text` into "Add Pattern…" and presses "Add", as a user would.
+  void typePattern(const QString& text) {
+    QPushButton* add = dialog_->findChild<QPushButton*>("excludedPatternsAddButton");
+    ASSERT_NE(add, nullptr);
+    QTest::mouseClick(add, Qt::LeftButton);
+    PatternDialog* ask = dialog_->patternDialog();
+    ASSERT_NE(ask, nullptr);
+    ASSERT_TRUE(ask->isVisible());
+    EXPECT_EQ(ask->windowModality(), Qt::WindowModal);
+    EXPECT_EQ(ask->field()->placeholderText(), "For example: *.iso or */DerivedData/*");
+    EXPECT_EQ(ask->field()->size(), QSize(360, 24));
+    QTest::keyClicks(ask->field(), text);
+    QTest::mouseClick(ask->addButton(), Qt::LeftButton);
+    QApplication::processEvents();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+  }
+  void selectRows(QListWidget* list, std::initializer_list<int> rows) {
+    list->clearSelection();
+    for (int row : rows) list->item(row)->setSelected(true);
+  }
+
+  test::AppEnvironment env_;
+  QWidget parent_;
+  SettingsDialog* dialog_ = nullptr;
+};
+
+TEST_F(SettingsDialogTest, ThreeTabsWithTheirTextsAndTheVersionLine) {
+  EXPECT_EQ(dialog_->windowTitle(), "Settings");
+  EXPECT_EQ(dialog_->size(), QSize(680, 680));
+  EXPECT_EQ(dialog_->windowModality(), Qt::WindowModal);
+  QTabWidget* tabs = dialog_->tabs();
+  ASSERT_EQ(tabs->count(), 3);
+  EXPECT_EQ(tabs->tabText(0), "Disk Access");
+  EXPECT_EQ(tabs->tabText(1), "Settings");
+  EXPECT_EQ(tabs->tabText(2), "Exclusions");
+  EXPECT_EQ(tabs->widget(0)->objectName(), "diskAccess");
+  EXPECT_EQ(tabs->widget(1)->objectName(), "settings");
+  EXPECT_EQ(tabs->widget(2)->objectName(), "exclusions");
+
+  QWidget* access = tabs->widget(0);
+  for (const char* text :
+       {"Review the permissions Tarnwell uses to produce complete and accurate scans.",
+        "Disk unlock", "Full Disk Access",
+        "Without full disk access, disk scans count folders they cannot read as hidden space."}) {
+    EXPECT_TRUE(hasLabel(access, QString::fromUtf8(text))) << text;
+  }
+  EXPECT_EQ(access->findChild<QPushButton*>("openFullDiskAccessButton")->text(),
+            "Open Full Disk Access…");
+  EXPECT_EQ(access->findChild<QPushButton*>("showApplicationButton")->text(),
+            "Show Tarnwell in Files");
+
+  QWidget* settings = tabs->widget(1);
+  for (const char* text :
+       {"Scanning Settings", "Choose how Tarnwell scans.", "Scanning",
+        "Speeds up scanning, but storage inside skipped packages is excluded from folder totals "
+        "and appears as hidden space in whole-disk results."}) {
+    EXPECT_TRUE(hasLabel(settings, QString::fromUtf8(text))) << text;
+  }
+  EXPECT_EQ(dialog_->skipPackagesCheckBox()->text(), "Skip Application Bundles and Packages");
+
+  QWidget* exclusions = tabs->widget(2);
+  for (const char* text :
+       {"Exclusion Rules", "Excluded folders and file patterns are skipped in future scans.",
+        "Excluded Folders", "Excluded File Patterns",
+        "Match names or paths, e.g. node_modules, *.iso, or */DerivedData/*."}) {
+    EXPECT_TRUE(hasLabel(exclusions, QString::fromUtf8(text))) << text;
+  }
+  EXPECT_EQ(dialog_->excludedPathsList()->objectName(), "excludedPaths");
+  EXPECT_EQ(dialog_->excludedPatternsList()->objectName(), "excludedPatterns");
+  EXPECT_EQ(exclusions->findChild<QPushButton*>("excludedPathsAddButton")->text(), "Add Folder…");
+  EXPECT_EQ(exclusions->findChild<QPushButton*>("excludedPatternsAddButton")->text(),
+            "Add Pattern…");
+
+  const QString version = dialog_->findChild<QLabel*>("versionLine")->text();
+  EXPECT_TRUE(QRegularExpression(QStringLiteral("^Tarnwell " TW_EXPECTED_VERSION
+                                                " \\((\\w+(-modified)?)\\) — debug build$"))
+                  .match(version)
+                  .hasMatch())
+      << version.toStdString();
+  auto* done = dialog_->findChild<QPushButton*>("doneButton");
+  EXPECT_TRUE(done->isDefault());
+  QTest::mouseClick(done, Qt::LeftButton);
+  EXPECT_FALSE(dialog_->isVisible());
+}
+
+TEST_F(SettingsDialogTest, SkipPackagesIsSavedTheMomentItIsClicked) {
+  QCheckBox* skip = dialog_->skipPackagesCheckBox();
+  EXPECT_TRUE(skip->isChecked());  // the registered default
+  QTest::mouseClick(skip, Qt::LeftButton);
+  EXPECT_FALSE(skip->isChecked());
+  EXPECT_FALSE(readScanSettings().skipPackages);
+  QTest::mouseClick(skip, Qt::LeftButton);
+  EXPECT_TRUE(readScanSettings().skipPackages);
+}
+
+TEST_F(SettingsDialogTest, PatternsAreTrimmedKeptOnceExactlyAsTypedAndSaved) {
+  typePattern(QStringLiteral("*.iso"));
+  typePattern(QStringLiteral("   *.iso  "));
+  typePattern(QStringLiteral("   "));
+  typePattern(QStringLiteral("*/DerivedData/*"));
+  typePattern(QStringLiteral("Node_Modules"));
+  const QStringList expected = {"*.iso", "*/DerivedData/*", "Node_Modules"};
+  EXPECT_EQ(listTexts(dialog_->excludedPatternsList()), expected);
+  EXPECT_EQ(storedPatterns(), expected);
+  EXPECT_EQ(readScanSettings().excludedFilePatterns,
+            (std::vector<std::string>{"*.iso", "*/DerivedData/*", "Node_Modules"}));
+  // The new last row is selected, so Remove is ready for it.
+  EXPECT_EQ(dialog_->excludedPatternsList()->currentRow(), 2);
+  EXPECT_TRUE(dialog_->removeExcludedPatternButton()->isEnabled());
+}
+
+TEST_F(SettingsDialogTest, CancellingThePatternQuestionAddsNothing) {
+  QTest::mouseClick(dialog_->findChild<QPushButton*>("excludedPatternsAddButton"), Qt::LeftButton);
+  PatternDialog* ask = dialog_->patternDialog();
+  ASSERT_NE(ask, nullptr);
+  QTest::keyClicks(ask->field(), QStringLiteral("*.tmp"));
+  QTest::mouseClick(ask->cancelButton(), Qt::LeftButton);
+  EXPECT_EQ(dialog_->excludedPatternsList()->count(), 0);
+  EXPECT_TRUE(storedPatterns().isEmpty());
+}
+
+TEST_F(SettingsDialogTest, RemovingSelectedPatternsRemovesExactlyThoseRows) {
+  for (const char* p : {"a", "b", "c", "d", "e"}) typePattern(QString::fromLatin1(p));
+  QListWidget* list = dialog_->excludedPatternsList();
+  list->clearSelection();
+  EXPECT_FALSE(dialog_->removeExcludedPatternButton()->isEnabled());
+  selectRows(list, {0, 2, 4});
+  EXPECT_TRUE(dialog_->removeExcludedPatternButton()->isEnabled());
+  QTest::mouseClick(dialog_->removeExcludedPatternButton(), Qt::LeftButton);
+  EXPECT_EQ(listTexts(list), QStringList({"b", "d"}));
+  EXPECT_EQ(storedPatterns(), QStringList({"b", "d"}));
+  EXPECT_FALSE(dialog_->removeExcludedPatternButton()->isEnabled());
+}
+
+TEST_F(SettingsDialogTest, FoldersAreStandardizedKeptOnceAndKeepTheirBytes) {
+  const std::string home = homeDirectory();
+  const std::string latin1 = "/srv/caf\xe9/old";
+  dialog_->addExcludedFolders(
+      {"~/Projects/../Movies/", "/tmp/./cache//", latin1, "", home + "/Movies", "/tmp/cache"});
+  const std::vector<std::string> expected = {standardizePath(home + "/Movies"), "/tmp/cache",
+                                             latin1};
+  EXPECT_EQ(dialog_->excludedPaths(), expected);
+  EXPECT_EQ(readScanSettings().excludedPaths, expected);
+  QSettings settings(kSettingsOrganization, kSettingsApplication);
+  EXPECT_EQ(settings.value(kExcludedPathsKey).toStringList().at(2), "/srv/caf%E9/old");
+
+  // The list shows the name readably and keeps the real bytes with the row.
+  QListWidget* list = dialog_->excludedPathsList();
+  ASSERT_EQ(list->count(), 3);
+  EXPECT_EQ(list->item(2)->data(Qt::UserRole).toByteArray().toStdString(), latin1);
+
+  // A Settings window opened later reads the same back.
+  SettingsDialog later(&parent_);
+  EXPECT_EQ(later.excludedPaths(), expected);
+  EXPECT_EQ(later.excludedPathsList()->count(), 3);
+
+  selectRows(list, {1});
+  QTest::mouseClick(dialog_->removeExcludedPathButton(), Qt::LeftButton);
+  EXPECT_EQ(readScanSettings().excludedPaths,
+            (std::vector<std::string>{standardizePath(home + "/Movies"), latin1}));
+  EXPECT_FALSE(dialog_->removeExcludedPathButton()->isEnabled());
+}
+
+TEST_F(SettingsDialogTest, FolderChooserExcludesTheChosenFolders) {
+  const std::string chosen = env_.home() + "/Videos";
+  ASSERT_EQ(::mkdir(chosen.c_str(), 0755), 0);
+  QTest::mouseClick(dialog_->findChild<QPushButton*>("excludedPathsAddButton"), Qt::LeftButton);
+  QFileDialog* chooser = dialog_->folderChooser();
+  ASSERT_NE(chooser, nullptr);
+  EXPECT_TRUE(chooser->isVisible());
+  EXPECT_EQ(chooser->windowModality(), Qt::WindowModal);
+  EXPECT_EQ(chooser->fileMode(), QFileDialog::Directory);
+  EXPECT_EQ(chooser->labelText(QFileDialog::Accept), "Exclude");
+  chooser->selectFile(QString::fromStdString(chosen));
+  QMetaObject::invokeMethod(chooser, "accept");  // the "Exclude" button
+  EXPECT_EQ(dialog_->excludedPaths(), std::vector<std::string>{chosen});
+  EXPECT_EQ(readScanSettings().excludedPaths, std::vector<std::string>{chosen});
+}
+
+TEST_F(SettingsDialogTest, PermissionStatusReadsTheProcessAccess) {
+  const QString full = dialog_->fullDiskAccessStatusLabel()->text();
+  EXPECT_EQ(full, geteuid() == 0 ? "Granted" : "Not granted");
+  const QColor colour = dialog_->fullDiskAccessStatusLabel()->palette().color(QPalette::WindowText);
+  EXPECT_EQ(colour.name(), geteuid() == 0 ? "#30d158" : "#ff9f0a");
+  EXPECT_EQ(dialog_->diskAccessStatusLabel()->text(), diskUnlockStatusText(unlockedDiskCount()));
+  EXPECT_EQ(diskUnlockStatusText(0), "Not unlocked");
+  EXPECT_EQ(diskUnlockStatusText(1), "1 disk unlocked");
+  EXPECT_EQ(diskUnlockStatusText(3), "3 disks unlocked");
+  // The root file system always has a row; as root its mount point is always open.
+  if (geteuid() == 0) {
+    EXPECT_GE(unlockedDiskCount(), 1);
+  }
+}
+
+TEST_F(SettingsDialogTest, OpenFullDiskAccessExplainsHowToScanEverything) {
+  QTest::mouseClick(dialog_->findChild<QPushButton*>("openFullDiskAccessButton"), Qt::LeftButton);
+  auto* box = dialog_->findChild<QMessageBox*>("fullDiskAccessExplanation");
+  ASSERT_NE(box, nullptr);
+  EXPECT_TRUE(box->isVisible());
+  EXPECT_EQ(box->windowModality(), Qt::WindowModal);
+  EXPECT_TRUE(box->informativeText().contains("pkexec"));
+  box->close();
+}
+
+}  // namespace
+}  // namespace tw
