@@ -227,6 +227,17 @@ TEST(SunburstLayoutTest, DepthTenIsTheDeepestRingAndBelowItNothingIsLoaded) {
   EXPECT_EQ(deeperLoads, 0);
 }
 
+TEST(SunburstLayoutTest, AHundredThousandTinyChildrenLeaveOnlyTheirGap) {
+  ScanNodeRef root = makeFolderRoot(200'000);
+  addFolder(root.get(), "big", 100'000);
+  for (int i = 0; i < 100'000; ++i) addFile(root.get(), "f" + std::to_string(i), 1);
+  const SunburstLayout layout = layoutFor(root);
+  ASSERT_EQ(layout.segments().size(), 1u);
+  EXPECT_DOUBLE_EQ(layout.segments()[0].endAngle, kPi);
+  EXPECT_EQ(layout.segmentAtOffset(0, 60, 1)->node->name(), "big");  // π is its end
+  EXPECT_EQ(layout.segmentAtOffset(-60, 0, 1), nullptr);
+}
+
 TEST(SunburstLayoutTest, RememberedPositionAppliesToASoleSubfolderAtTheFirstRingOnly) {
   ScanNodeRef root = makeFolderRoot(10);
   ScanNode* only = addFolder(root.get(), "only", 6);
