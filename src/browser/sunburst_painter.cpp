@@ -1,0 +1,214 @@
+#include "browser/sunburst_painter.h"
+
+#include <QFont>
+#include <QGuiApplication>
+#include <QImage>
+#include <QPaintDevice>
+#include <QPainter>
+#include <algorithm>
+#include <cmath>
+
+#include "browser/sunburst_angles.h"
+#include "ui/byte_count.h"
+
+namespace tw::sunburst {
+
+namespace {
+
+constexpr double kDimmedAlpha = 0.32;
+constexpr double kListHoverBlend = 0.34;
+constexpr double kHoverBrightBlend = 0.3;
+constexpr double kHoverDimBlend = 0.08;
+constexpr double kGlowBlend = 0.65;
+constexpr double kGlowAlpha = 0.82;
+constexpr double kGlowBlurRadius = 10;
+constexpr double kOutlineWidth = 0.8;
+constexpr double kEmptyRingWidth = 2;
+constexpr int kCentreFontSize = 17;
+constexpr int kEmptyFontSize = 14;
+
+QColor withAlpha(const SunburstColor& color, double alpha) {
+  return QColor::fromRgbF(static_cast<float>(color.red), static_cast<float>(color.green),
+                          static_cast<float>(color.blue),
+                          static_cast<float>(std::clamp(alpha, 0.0, 1.0)));
+}
+
+// One pass of a box blur of radius `r` along rows (or columns) of a premultiplied image.
+void boxBlurPass(QImage& image, int r, bool horizontal) {
+  const int width = image.width();
+  const int height = image.height();
+  const int lines = horizontal ? height : width;
+  const int length = horizontal ? width : height;
+  std::vector<uint32_t> line(length);
+  const int window = 2 * r + 1;
+  for (int l = 0; l < lines; ++l) {
+    auto pixel = [&](int i) -> uint32_t& {
+      return horizontal ? reinterpret_cast<uint32_t*>(image.scanLine(l))[i]
+                        : reinterpret_cast<uint32_t*>(image.scanLine(i))[l];
+    };
+    for (int i = 0; i < length; ++i) line[i] = pixel(i);
+    int sum[4] = {0, 0, 0, 0};
+    auto add = [&](int i, int sign) {
+      if (i < 0 || i >= length) return;
+      const uint32_t p = line[i];
+      for (int c = 0; c < 4; ++c) sum[c] += sign * static_cast<int>((p >> (8 * c)) & 0xff);
+    };
+    for (int i = -r; i < r; ++i) add(i, 1);
+    for (int i = 0; i < length; ++i) {
+      add(i + r, 1);
+      uint32_t out = 0;
+      for (int c = 0; c < 4; ++c) out |= static_cast<uint32_t>(sum[c] / window) << (8 * c);
+      pixel(i) = out;
+      add(i - r, -1);
+    }
+  }
+}
+
+// A soft glow around `path`: the path filled with `color`, blurred by about `blurRadius` points,
+// drawn beneath where the fill will go.
+void drawGlow(QPainter& painter, const QPainterPath& path, const QColor& color, double blurRadius) {
+  const double dpr = painter.device() ? painter.device()->devicePixelRatioF() : 1.0;
+  const QRectF area = path.boundingRect().adjusted(-2 * blurRadius, -2 * blurRadius, 2 * blurRadius,
+                                                   2 * blurRadius);
+  const QSize pixels(static_cast<int>(std::ceil(area.width() * dpr)),
+                     static_cast<int>(std::ceil(area.height() * dpr)));
+  if (pixels.isEmpty()) return;
+  QImage image(pixels, QImage::Format_ARGB32_Premultiplied);
+  image.setDevicePixelRatio(dpr);
+  image.fill(Qt::transparent);
+  {
+    QPainter p(&image);
+    p.setRenderHint(QPainter::Antialiasing);
+    p.translate(-area.topLeft());
+    p.fillPath(path, color);
+  }
+  // Three box passes approximate a Gaussian whose spread is half the blur radius.
+  const int r = std::max(1, static_cast<int>(std::lround(blurRadius * dpr / 2)));
+  for (int pass = 0; pass < 3; ++pass) {
+    boxBlurPass(image, r, true);
+    boxBlurPass(image, r, false);
+  }
+  painter.drawImage(area.topLeft(), image);
+}
+
+}  // namespace
+
+QColor toQColor(const SunburstColor& color) {
+  return withAlpha(color, color.alpha);
+}
+
+QPainterPath pathFromStart(double start, double end, double inner, double outer, QPointF center,
+                           double scale) {
+  const double ro = outer * scale;
+  const double ri = inner * scale;
+  const QRectF outerRect(center.x() - ro, center.y() - ro, 2 * ro, 2 * ro);
+  const QRectF innerRect(center.x() - ri, center.y() - ri, 2 * ri, 2 * ri);
+  QPainterPath path;
+  path.moveTo(center.x() + offsetXAt(start, ro), center.y() + offsetYAt(start, ro));
+  path.arcTo(outerRect, qtDegreesForAngle(start), qtSweepDegrees(start, end));
+  path.arcTo(innerRect, qtDegreesForAngle(end), -qtSweepDegrees(start, end));
+  path.closeSubpath();
+  return path;
+}
+
+std::vector<SunburstDrawnSegment> restingSegments(std::span<const SunburstSegment> segments,
+                                                  double revealProgress,
+                                                  double radialRevealProgress) {
+  const double r = std::clamp(radialRevealProgress, 0.0, 1.0);
+  const double c = SunburstLayout::kCentreRadius;
+  std::vector<SunburstDrawnSegment> drawn;
+  drawn.reserve(segments.size());
+  for (const SunburstSegment& s : segments) {
+    drawn.push_back({&s, s.startAngle, s.startAngle + (s.endAngle - s.startAngle) * revealProgress,
+                     c + (s.innerRadius - c) * r, c + (s.outerRadius - c) * r, r});
+  }
+  return drawn;
+}
+
+QColor fillColor(const SunburstSegment& segment, double alpha, const SunburstHighlight& highlight) {
+  if (highlight.selectedNode && segment.node != highlight.selectedNode) alpha *= kDimmedAlpha;
+  SunburstColor base = baseColorForNode(*segment.node, segment.colorPosition, segment.depth);
+  if (highlight.highlights(segment)) {
+    const bool listHovered = segment.node == highlight.listHoveredNode;
+    base = blendTowardWhite(base, listHovered                    ? kListHoverBlend
+                                  : highlight.hoverFlickerBright ? kHoverBrightBlend
+                                                                 : kHoverDimBlend);
+  }
+  return withAlpha(base, alpha);
+}
+
+void drawSegment(QPainter& painter, const SunburstSegment& segment, double start, double end,
+                 double inner, double outer, QPointF center, double scale, double alpha,
+                 const SunburstHighlight& highlight) {
+  if (end <= start || alpha <= 0) return;
+  const QPainterPath path = pathFromStart(start, end, inner, outer, center, scale);
+  const QColor fill = fillColor(segment, alpha, highlight);
+  if (highlight.listHoveredNode && segment.node == highlight.listHoveredNode) {
+    const SunburstColor glow =
+        blendTowardWhite({fill.redF(), fill.greenF(), fill.blueF(), 1.0}, kGlowBlend);
+    drawGlow(painter, path, withAlpha(glow, kGlowAlpha * fill.alphaF()), kGlowBlurRadius);
+  }
+  painter.fillPath(path, fill);
+  QPen pen(withAlpha(kOutline, kOutline.alpha * fill.alphaF()));
+  pen.setWidthF(kOutlineWidth);
+  painter.strokePath(path, pen);
+}
+
+void drawSegments(QPainter& painter, std::span<const SunburstDrawnSegment> segments, QPointF center,
+                  double scale, const SunburstHighlight& highlight) {
+  for (const SunburstDrawnSegment& d : segments)
+    drawSegment(painter, *d.segment, d.start, d.end, d.inner, d.outer, center, scale, d.alpha,
+                highlight);
+}
+
+void drawBackground(QPainter& painter, const QRectF& bounds) {
+  painter.fillRect(bounds, toQColor(kBackground));
+}
+
+void drawEmptyRoot(QPainter& painter, const QRectF& bounds, QPointF center) {
+  QPen pen(toQColor(kEmptyRootRing));
+  pen.setWidthF(kEmptyRingWidth);
+  painter.setPen(pen);
+  painter.setBrush(Qt::NoBrush);
+  const double r = SunburstLayout::kEmptyRingRadius;
+  painter.drawEllipse(center, r, r);
+  QFont font = QGuiApplication::font();
+  font.setPixelSize(kEmptyFontSize);
+  painter.setFont(font);
+  painter.setPen(toQColor(kEmptyRootText));
+  const double top = center.y() + SunburstLayout::kEmptyTextOffset;
+  painter.drawText(QRectF(bounds.left(), top, bounds.width(), bounds.bottom() - top + 100),
+                   Qt::AlignHCenter | Qt::AlignTop, QStringLiteral("This folder is empty"));
+}
+
+void drawCentre(QPainter& painter, QPointF center, double scale, uint64_t size) {
+  const double r = SunburstLayout::kCentreRadius * scale;
+  painter.setPen(Qt::NoPen);
+  painter.setBrush(toQColor(kBackground));
+  painter.drawEllipse(center, r, r);
+  QFont font = QGuiApplication::font();
+  font.setPixelSize(kCentreFontSize);
+  font.setWeight(QFont::Medium);
+  painter.setFont(font);
+  painter.setPen(toQColor(kAccentTeal));
+  const QString text = QString::fromStdString(formatByteCount(size));
+  painter.drawText(QRectF(center.x() - 200, center.y() - 50, 400, 100), Qt::AlignCenter, text);
+}
+
+void drawRestingChart(QPainter& painter, const QRectF& bounds, const SunburstLayout& layout,
+                      const SunburstHighlight& highlight) {
+  painter.setRenderHint(QPainter::Antialiasing);
+  drawBackground(painter, bounds);
+  const ScanNode* root = layout.rootNode();
+  if (!root) return;
+  const QPointF center = bounds.center();
+  const double scale = SunburstLayout::scaleForSize(bounds.width(), bounds.height());
+  if (root->size() == 0) {
+    drawEmptyRoot(painter, bounds, center);
+    return;
+  }
+  drawSegments(painter, restingSegments(layout.segments()), center, scale, highlight);
+  drawCentre(painter, center, scale, root->size());
+}
+
+}  // namespace tw::sunburst

@@ -1,0 +1,84 @@
+// Painting of the sunburst chart with QPainter: annular sectors, their fills and highlights, the
+// centre disc with its label, and the empty-root picture. Works on any paint device, so the view,
+// its cached picture, tests and screenshots all draw the same way.
+//
+// Painting takes a list of drawn segments: a segment of the layout with the geometry it has in the
+// frame being drawn. The resting chart draws every segment at its own place; a transition builds
+// its own list per frame and paints it the same way.
+#pragma once
+
+#include <QColor>
+#include <QPainterPath>
+#include <QPointF>
+#include <QRectF>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "browser/sunburst_layout.h"
+
+class QPainter;
+
+namespace tw {
+
+// A segment as drawn in one frame: angles in radians, radii unscaled, alpha 0…1.
+struct SunburstDrawnSegment {
+  const SunburstSegment* segment = nullptr;
+  double start = 0;
+  double end = 0;
+  double inner = 0;
+  double outer = 0;
+  double alpha = 1;
+};
+
+// What is emphasised: the selected node (all others dimmed), the segment under the pointer with
+// its flicker phase, and the node of the list row under the pointer.
+struct SunburstHighlight {
+  const ScanNode* selectedNode = nullptr;
+  const SunburstSegment* hoveredSegment = nullptr;
+  bool hoverFlickerBright = false;
+  const ScanNode* listHoveredNode = nullptr;
+
+  bool highlights(const SunburstSegment& segment) const {
+    return &segment == hoveredSegment ||
+           (listHoveredNode != nullptr && segment.node == listHoveredNode);
+  }
+};
+
+namespace sunburst {
+
+QColor toQColor(const SunburstColor& color);
+
+// Outline of an annular sector: the outer arc from start to end, the inner arc back, closed.
+QPainterPath pathFromStart(double start, double end, double inner, double outer, QPointF center,
+                           double scale);
+
+// The segments of the resting chart: full sweep `revealProgress` of each arc, rings grown out of
+// the centre disc by `radialRevealProgress` (clamped to 0…1) and faded in with it.
+std::vector<SunburstDrawnSegment> restingSegments(std::span<const SunburstSegment> segments,
+                                                  double revealProgress = 1,
+                                                  double radialRevealProgress = 1);
+
+// The fill colour of a segment at `alpha` with dimming and highlight applied.
+QColor fillColor(const SunburstSegment& segment, double alpha, const SunburstHighlight& highlight);
+
+// One segment with explicit geometry; nothing when end ≤ start or alpha ≤ 0.
+void drawSegment(QPainter& painter, const SunburstSegment& segment, double start, double end,
+                 double inner, double outer, QPointF center, double scale, double alpha,
+                 const SunburstHighlight& highlight);
+void drawSegments(QPainter& painter, std::span<const SunburstDrawnSegment> segments, QPointF center,
+                  double scale, const SunburstHighlight& highlight);
+
+// Parts of the picture.
+void drawBackground(QPainter& painter, const QRectF& bounds);
+// The faint ring and "This folder is empty".
+void drawEmptyRoot(QPainter& painter, const QRectF& bounds, QPointF center);
+// The centre disc and the size label on it.
+void drawCentre(QPainter& painter, QPointF center, double scale, uint64_t size);
+
+// The whole resting chart of `layout` in `bounds`, as the view shows it.
+void drawRestingChart(QPainter& painter, const QRectF& bounds, const SunburstLayout& layout,
+                      const SunburstHighlight& highlight);
+
+}  // namespace sunburst
+}  // namespace tw

@@ -1,0 +1,85 @@
+// A window showing the sunburst chart of a saved scan, for looking at it by hand.
+//
+// usage: sunburst_demo SCAN.sqlite [--size WxH] [--hover ANGLE RADIUS] [--select ANGLE RADIUS]
+// ANGLE is a chart angle in degrees (clockwise from twelve o'clock), RADIUS in chart units; the
+// pointer is moved there (a real pointer move) after the window appears. Hover and click signals
+// are printed.
+#include <QApplication>
+#include <QCursor>
+#include <QTimer>
+#include <cmath>
+#include <cstdio>
+#include <numbers>
+#include <string>
+
+#include "browser/sunburst_angles.h"
+#include "browser/sunburst_view.h"
+#include "store/scan_store.h"
+
+namespace {
+
+QPoint chartPoint(const tw::SunburstView& view, double degrees, double radius) {
+  const double angle = degrees * std::numbers::pi / 180;
+  const double r = radius * view.chartScale();
+  const QPointF p = view.chartCenter() +
+                    QPointF(tw::sunburst::offsetXAt(angle, r), tw::sunburst::offsetYAt(angle, r));
+  return p.toPoint();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  QApplication app(argc, argv);
+  if (argc < 2) {
+    std::fprintf(stderr, "usage: %s SCAN.sqlite [--size WxH] [--hover A R] [--select A R]\n",
+                 argv[0]);
+    return 2;
+  }
+  int width = 760;
+  int height = 560;
+  double hoverAngle = -1, hoverRadius = 0, selectAngle = -1, selectRadius = 0;
+  for (int i = 2; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "--size" && i + 1 < argc) {
+      std::sscanf(argv[++i], "%dx%d", &width, &height);
+    } else if (arg == "--hover" && i + 2 < argc) {
+      hoverAngle = std::atof(argv[++i]);
+      hoverRadius = std::atof(argv[++i]);
+    } else if (arg == "--select" && i + 2 < argc) {
+      selectAngle = std::atof(argv[++i]);
+      selectRadius = std::atof(argv[++i]);
+    }
+  }
+  tw::Error error;
+  auto store = tw::ScanStore::open(argv[1], &error);
+  if (!store) {
+    std::fprintf(stderr, "%s\n", error.description.c_str());
+    return 1;
+  }
+  tw::SunburstView view;
+  view.setWindowTitle("Sunburst");
+  view.resize(width, height);
+  view.setRootNode(store->rootNode());
+  QObject::connect(&view, &tw::SunburstView::didHoverNode, [](tw::ScanNode* node) {
+    std::printf("hover %s\n", node ? node->path().c_str() : "(none)");
+    std::fflush(stdout);
+  });
+  QObject::connect(&view, &tw::SunburstView::didChooseNode, [&](tw::ScanNode* node) {
+    std::printf("choose %s\n", node->path().c_str());
+    std::fflush(stdout);
+  });
+  QObject::connect(&view, &tw::SunburstView::didRequestParent, [] { std::puts("parent"); });
+  view.move(0, 0);
+  view.show();
+  std::printf("%zu segments\n", view.segments().size());
+  QTimer::singleShot(500, [&] {
+    if (selectAngle >= 0) {
+      const tw::SunburstSegment* s =
+          view.segmentAtPoint(chartPoint(view, selectAngle, selectRadius));
+      if (s) view.setSelectedNode(s->node);
+    }
+    if (hoverAngle >= 0)
+      QCursor::setPos(view.mapToGlobal(chartPoint(view, hoverAngle, hoverRadius)));
+  });
+  return app.exec();
+}
