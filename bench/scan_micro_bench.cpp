@@ -12,7 +12,8 @@ namespace {
 
 std::vector<std::string> typicalNames(int count) {
   std::mt19937 rng(7);
-  const char* ext[] = {"c", "h", "py", "jpg", "png", "mp4", "txt", "o", "json", "log", "zip", "pdf"};
+  const char* ext[] = {"c",   "h", "py",   "jpg", "png", "mp4",
+                       "txt", "o", "json", "log", "zip", "pdf"};
   std::vector<std::string> names;
   for (int i = 0; i < count; ++i) {
     int r = static_cast<int>(rng() % 100);
@@ -21,7 +22,8 @@ std::vector<std::string> typicalNames(int count) {
     } else if (r < 10) {
       names.push_back(std::string("with space ").append(std::to_string(i)).append(".jpg"));
     } else {
-      names.push_back(std::string("f").append(std::to_string(i)).append(".").append(ext[rng() % 12]));
+      names.push_back(
+          std::string("f").append(std::to_string(i)).append(".").append(ext[rng() % 12]));
     }
   }
   return names;

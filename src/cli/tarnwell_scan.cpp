@@ -237,7 +237,8 @@ int main(int argc, char** argv) {
   }
   if (rootUnreadable) {
     for (const tw::ScanIssue& issue : issues)
-      if (issue.path == path) std::fprintf(stderr, "tarnwell-scan: %s: %s\n", issue.path.c_str(), issue.message.c_str());
+      if (issue.path == path)
+        std::fprintf(stderr, "tarnwell-scan: %s: %s\n", issue.path.c_str(), issue.message.c_str());
     if (!root->isDirectory() && issues.empty())
       std::fprintf(stderr, "tarnwell-scan: %s: Not a directory\n", path.c_str());
     return 1;

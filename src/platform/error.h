@@ -27,6 +27,8 @@ struct Error {
 Error posixError(int err);
 
 // Like posixError, for use right after a failed system call.
-inline Error lastPosixError() { return posixError(errno); }
+inline Error lastPosixError() {
+  return posixError(errno);
+}
 
 }  // namespace tw

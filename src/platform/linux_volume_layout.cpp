@@ -28,9 +28,9 @@ std::string CloneAttributes::key() const {
 
 bool isPackageName(std::string_view name) {
   static constexpr std::array<std::string_view, 18> kExtensions = {
-      "app",     "bundle",     "framework", "plugin",        "appex",        "kext",
-      "xpc",     "prefpane",   "qlgenerator", "mdimporter",  "saver",        "photoslibrary",
-      "rtfd",    "xcodeproj",  "xcworkspace", "playground",  "pkg",          "mpkg"};
+      "app",  "bundle",    "framework",   "plugin",     "appex", "kext",
+      "xpc",  "prefpane",  "qlgenerator", "mdimporter", "saver", "photoslibrary",
+      "rtfd", "xcodeproj", "xcworkspace", "playground", "pkg",   "mpkg"};
   std::size_t dot = name.rfind('.');
   if (dot == std::string_view::npos || dot == 0) return false;
   std::string_view ext = name.substr(dot + 1);
@@ -123,7 +123,8 @@ class LinuxVolumeLayout final : public VolumeLayout {
     info.mountPath = mount->mountPoint;
     info.name = labelForDevice(mount->source);
     if (info.name.empty())
-      info.name = mount->mountPoint == "/" ? "Root Disk" : std::string(displayNameForPath(mount->mountPoint));
+      info.name = mount->mountPoint == "/" ? "Root Disk"
+                                           : std::string(displayNameForPath(mount->mountPoint));
     struct statvfs vfs {};
     if (statvfs(mount->mountPoint.c_str(), &vfs) == 0) {
       info.totalCapacity = uint64_t{vfs.f_blocks} * vfs.f_frsize;
@@ -162,7 +163,8 @@ class LinuxVolumeLayout final : public VolumeLayout {
       return std::nullopt;
     }
     constexpr unsigned kExtents = 64;
-    alignas(struct fiemap) char buffer[sizeof(struct fiemap) + kExtents * sizeof(struct fiemap_extent)];
+    alignas(
+        struct fiemap) char buffer[sizeof(struct fiemap) + kExtents * sizeof(struct fiemap_extent)];
     auto* map = reinterpret_cast<struct fiemap*>(buffer);
     uint64_t start = 0, shared = 0, firstShared = 0;
     bool haveShared = false, last = false;
@@ -196,6 +198,8 @@ class LinuxVolumeLayout final : public VolumeLayout {
 
 }  // namespace
 
-std::shared_ptr<VolumeLayout> makeLinuxVolumeLayout() { return std::make_shared<LinuxVolumeLayout>(); }
+std::shared_ptr<VolumeLayout> makeLinuxVolumeLayout() {
+  return std::make_shared<LinuxVolumeLayout>();
+}
 
 }  // namespace tw

@@ -10,10 +10,16 @@ namespace tw {
 
 namespace {
 
-inline bool isAsciiDigit(char32_t c) { return c >= '0' && c <= '9'; }
-inline char32_t asciiLower(char32_t c) { return (c >= 'A' && c <= 'Z') ? c + 32 : c; }
+inline bool isAsciiDigit(char32_t c) {
+  return c >= '0' && c <= '9';
+}
+inline char32_t asciiLower(char32_t c) {
+  return (c >= 'A' && c <= 'Z') ? c + 32 : c;
+}
 
-int sign(int v) { return (v > 0) - (v < 0); }
+int sign(int v) {
+  return (v > 0) - (v < 0);
+}
 
 bool isAscii(std::string_view s) {
   for (unsigned char c : s)
@@ -79,7 +85,8 @@ void appendFolded(char32_t cp, std::u32string& out) {
   UChar decomposed[32];
   int32_t length = 0;
   UErrorCode status = U_ZERO_ERROR;
-  if (const UNormalizer2* n = nfd()) length = unorm2_getDecomposition(n, cp, decomposed, 32, &status);
+  if (const UNormalizer2* n = nfd())
+    length = unorm2_getDecomposition(n, cp, decomposed, 32, &status);
   if (length <= 0 || U_FAILURE(status)) {
     out.push_back(static_cast<char32_t>(u_foldCase(static_cast<UChar32>(cp), U_FOLD_CASE_DEFAULT)));
     return;
@@ -169,8 +176,10 @@ int compareFolded(std::string_view a, std::string_view b) {
       while (!ra.atEnd() && isAsciiDigit(ra.peek())) da.push_back(ra.peek()), ra.advance();
       while (!rb.atEnd() && isAsciiDigit(rb.peek())) db.push_back(rb.peek()), rb.advance();
       std::size_t za = da.find_first_not_of(U'0'), zb = db.find_first_not_of(U'0');
-      std::u32string_view va = za == std::u32string::npos ? U"" : std::u32string_view(da).substr(za);
-      std::u32string_view vb = zb == std::u32string::npos ? U"" : std::u32string_view(db).substr(zb);
+      std::u32string_view va =
+          za == std::u32string::npos ? U"" : std::u32string_view(da).substr(za);
+      std::u32string_view vb =
+          zb == std::u32string::npos ? U"" : std::u32string_view(db).substr(zb);
       if (va.size() != vb.size()) return va.size() < vb.size() ? -1 : 1;
       if (int r = va.compare(vb)) return sign(r);
       continue;

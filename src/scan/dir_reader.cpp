@@ -28,8 +28,8 @@ constexpr unsigned kStatxMask = STATX_BASIC_STATS | STATX_MNT_ID;
 
 }  // namespace
 
-void readDirectory(const FileDescriptor* parent, const std::string& name, const ReadOptions& options,
-                   DirListing& out) {
+void readDirectory(const FileDescriptor* parent, const std::string& name,
+                   const ReadOptions& options, DirListing& out) {
   // O_NONBLOCK: a FIFO swapped in for the folder must fail, never block the walk.
   int fd = openat(parent ? parent->get() : AT_FDCWD, name.c_str(),
                   O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);

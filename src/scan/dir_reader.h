@@ -34,7 +34,7 @@ class FileDescriptor {
 struct DirEntry {
   uint32_t nameOffset = 0;
   uint32_t nameLength = 0;
-  int32_t error = 0;  // errno when the metadata could not be read
+  int32_t error = 0;   // errno when the metadata could not be read
   int32_t clone = -1;  // index into DirListing::clones, or -1
   uint32_t mode = 0;
   uint32_t linkCount = 0;
@@ -87,8 +87,8 @@ struct ReadOptions {
 };
 
 // Reads the folder `name` inside the open folder `parent` (or `name` itself when parent is null).
-void readDirectory(const FileDescriptor* parent, const std::string& name, const ReadOptions& options,
-                   DirListing& out);
+void readDirectory(const FileDescriptor* parent, const std::string& name,
+                   const ReadOptions& options, DirListing& out);
 
 // Reads folders ahead of the walk on a few threads. Each folder read is classified at once and
 // the folders the walk will enter are queued; the newest are read first, which follows the walk's
@@ -124,8 +124,8 @@ class ListingPrefetcher {
   std::condition_variable done_;
   std::vector<Ticket> stack_;
   std::size_t ready_ = 0;
-  std::size_t idle_ = 0;        // threads waiting for work
-  bool walkWaiting_ = false;    // the walk waits for a listing being read
+  std::size_t idle_ = 0;      // threads waiting for work
+  bool walkWaiting_ = false;  // the walk waits for a listing being read
   bool stopping_ = false;
   std::vector<std::thread> threads_;
 };

@@ -78,7 +78,8 @@ SourceSnapshot DirectoryScanner::computeSourceSnapshot(const std::string& path,
 
 void DirectoryScanner::captureSourceSnapshot(const std::string& path, Options options,
                                              std::function<void(SourceSnapshot)> completion) {
-  std::thread([path, options = withDefaults(std::move(options)), completion = std::move(completion)] {
+  std::thread([path, options = withDefaults(std::move(options)),
+               completion = std::move(completion)] {
     // A freshness check yields to scans: nice is per thread on Linux.
     setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), 5);
     SourceSnapshot snapshot = computeSourceSnapshot(path, options);

@@ -77,8 +77,8 @@ class DirectoryScanner {
  public:
   struct Options {
     std::shared_ptr<const VolumeLayout> layout;
-    Executor callbackExecutor;                // defaults to inline
-    std::function<ScanSettings()> settings;   // read at the start of every walk
+    Executor callbackExecutor;               // defaults to inline
+    std::function<ScanSettings()> settings;  // read at the start of every walk
     int threads = 2;  // threads making system calls: the walk and threads reading ahead of it
   };
 

@@ -68,7 +68,9 @@ ScanNode* ScanNode::treeRoot() {
   return node;
 }
 
-NodeArena& ScanNode::arena() { return *NodeArena::arenaOfNode(this); }
+NodeArena& ScanNode::arena() {
+  return *NodeArena::arenaOfNode(this);
+}
 
 ScanNodeRef ScanNode::ref() {
   ScanNodeRef root = treeRoot()->extra()->self.lock();
@@ -148,10 +150,10 @@ void ScanNode::setCloneSharedSize(uint64_t size) {
   ensureExtra()->cloneSharedSize = size;
 }
 
-#define TW_EXTRA_GETTER(type, field)    \
-  type ScanNode::field() const {        \
-    ScanNodeExtra* e = extra();         \
-    return e ? e->field : type{};       \
+#define TW_EXTRA_GETTER(type, field) \
+  type ScanNode::field() const {     \
+    ScanNodeExtra* e = extra();      \
+    return e ? e->field : type{};    \
   }
 TW_EXTRA_GETTER(uint64_t, volumeCapacity)
 TW_EXTRA_GETTER(uint64_t, volumeFreeSpace)

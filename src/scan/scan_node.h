@@ -93,7 +93,8 @@ class ScanNode {
 
   // Name, path and parent.
   std::string_view name() const {
-    return nameLength_ != kLongName ? std::string_view(name_, nameLength_) : std::string_view(name_);
+    return nameLength_ != kLongName ? std::string_view(name_, nameLength_)
+                                    : std::string_view(name_);
   }
   void setName(std::string_view name);
   // The item's location: the own path where one is set, else the parent's path followed by the
@@ -145,13 +146,17 @@ class ScanNode {
   void setSourceFingerprint(uint64_t v) { ensureExtra()->sourceFingerprint = v; }
   void setSourceItemCount(int64_t v) { ensureExtra()->sourceItemCount = v; }
   void setScanDate(double v) { ensureExtra()->scanDate = v; }
-  void setScanIssues(std::vector<ScanIssue> issues) { ensureExtra()->scanIssues = std::move(issues); }
+  void setScanIssues(std::vector<ScanIssue> issues) {
+    ensureExtra()->scanIssues = std::move(issues);
+  }
 
   // Database identity of a node read from a scan database.
   int64_t databaseNodeID() const;
   void setDatabaseNodeID(int64_t id) { ensureExtra()->databaseNodeID = id; }
   std::shared_ptr<ScanStore> scanStore() const;
-  void setScanStore(std::shared_ptr<ScanStore> store) { ensureExtra()->scanStore = std::move(store); }
+  void setScanStore(std::shared_ptr<ScanStore> store) {
+    ensureExtra()->scanStore = std::move(store);
+  }
 
   // Children. children() runs a pending loader once, under this node's lock; the returned view
   // stays valid until the children are replaced.

@@ -32,7 +32,8 @@ double monotonicSeconds() {
 bool equalsIgnoringAsciiCase(std::string_view a, std::string_view b) {
   if (a.size() != b.size()) return false;
   for (std::size_t i = 0; i < a.size(); ++i)
-    if (std::tolower(static_cast<unsigned char>(a[i])) != std::tolower(static_cast<unsigned char>(b[i])))
+    if (std::tolower(static_cast<unsigned char>(a[i])) !=
+        std::tolower(static_cast<unsigned char>(b[i])))
       return false;
   return true;
 }
@@ -311,7 +312,8 @@ void Walk::processItem(Frame& frame, std::size_t index) {
         // Within one disk each clone family is charged once, preferably inside the applications.
         const std::string key = listing.clones[e.clone].key();
         const bool outsideApplications =
-            systemRoot_.empty() || !isSameOrInside(entryPath(frame, e), systemRoot_ + "/Applications");
+            systemRoot_.empty() ||
+            !isSameOrInside(entryPath(frame, e), systemRoot_ + "/Applications");
         if ((outsideApplications && applicationClones_.contains(key)) ||
             !chargedClones_.insert(key).second) {
           elsewhere = true;
@@ -355,8 +357,8 @@ void Walk::processItem(Frame& frame, std::size_t index) {
 }
 
 void Walk::walkTree() {
-  prefetcher_ = std::make_unique<ListingPrefetcher>(std::max(0, options_.threads - 1),
-                                                    readOptions_, *this);
+  prefetcher_ =
+      std::make_unique<ListingPrefetcher>(std::max(0, options_.threads - 1), readOptions_, *this);
   enterFolder(prefetcher_->root(rootPath_), root_, {}, rootPath_);
   while (!stack_.empty()) {
     Frame& frame = stack_.back();

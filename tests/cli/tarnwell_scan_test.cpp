@@ -25,7 +25,9 @@ namespace {
 using test::allocatedSize;
 using test::TempTree;
 
-std::string toolPath() { return TARNWELL_SCAN_TOOL; }
+std::string toolPath() {
+  return TARNWELL_SCAN_TOOL;
+}
 
 struct ToolRun {
   int status = -1;  // exit status; -1 when it crashed, -2 when it hung and was stopped

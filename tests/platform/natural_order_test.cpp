@@ -9,7 +9,9 @@
 namespace tw {
 namespace {
 
-bool before(std::string_view a, std::string_view b) { return naturalCompare(a, b) < 0; }
+bool before(std::string_view a, std::string_view b) {
+  return naturalCompare(a, b) < 0;
+}
 
 TEST(NaturalOrder, DigitRunsCompareAsNumbers) {
   EXPECT_TRUE(before("f2.txt", "f10.txt"));
@@ -33,9 +35,26 @@ TEST(NaturalOrder, LettersIgnoreCaseAndAccentsUntilTheFinalTieBreak) {
 }
 
 TEST(NaturalOrder, IsAStrictWeakOrderOverMixedAndInvalidNames) {
-  std::vector<std::string> names = {"f10", "F2", "f2", "é", "e", "E", "bad\xff\xfe", "bad\xff",
-                                    "a1b2", "a01b2", "a1b10", "", "Ünïcode ƒile 3.txt", "\xc3",
-                                    "x", "x0", "x00", "~", "_", "Z"};
+  std::vector<std::string> names = {"f10",
+                                    "F2",
+                                    "f2",
+                                    "é",
+                                    "e",
+                                    "E",
+                                    "bad\xff\xfe",
+                                    "bad\xff",
+                                    "a1b2",
+                                    "a01b2",
+                                    "a1b10",
+                                    "",
+                                    "Ünïcode ƒile 3.txt",
+                                    "\xc3",
+                                    "x",
+                                    "x0",
+                                    "x00",
+                                    "~",
+                                    "_",
+                                    "Z"};
   for (const auto& a : names) {
     EXPECT_EQ(naturalCompare(a, a), 0);
     for (const auto& b : names) {

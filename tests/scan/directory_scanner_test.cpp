@@ -1,9 +1,8 @@
 #include "scan/directory_scanner.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
-
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <condition_variable>
@@ -172,10 +171,11 @@ TEST(DirectoryScanner, FingerprintSumsItemsWithTheFixedStartValue) {
   stat(t.path("d").c_str(), &d);
   struct stat app {};
   stat(t.path("Thing.app").c_str(), &app);
-  const uint64_t expected = itemFingerprint("/d", true, static_cast<uint64_t>(d.st_size), 1600000000.0) +
-             itemFingerprint("/d/f.txt", false, 123, fileTime) +
-             itemFingerprint("/d/g.txt", false, 123, fileTime) +
-             itemFingerprint("/Thing.app", true, static_cast<uint64_t>(app.st_size), 1500000000.0);
+  const uint64_t expected =
+      itemFingerprint("/d", true, static_cast<uint64_t>(d.st_size), 1600000000.0) +
+      itemFingerprint("/d/f.txt", false, 123, fileTime) +
+      itemFingerprint("/d/g.txt", false, 123, fileTime) +
+      itemFingerprint("/Thing.app", true, static_cast<uint64_t>(app.st_size), 1500000000.0);
   EXPECT_EQ(r.root->sourceFingerprint(), expected);
   EXPECT_EQ(r.root->sourceItemCount(), 4);
 
@@ -230,7 +230,8 @@ TEST(DirectoryScanner, ProgressEvery512ItemsFollowsTheCurveAndEndsWithFixedSteps
   EXPECT_EQ(walkProgressFraction(10 * estimate, estimate), 0.915);
 
   seen.clear();
-  scanner.scanNow(t.root(), 0, [&](uint64_t b, uint64_t i, double f) { seen.emplace_back(b, i, f); });
+  scanner.scanNow(t.root(), 0,
+                  [&](uint64_t b, uint64_t i, double f) { seen.emplace_back(b, i, f); });
   ASSERT_EQ(seen.size(), 3u);
   for (auto& s : seen) EXPECT_EQ(std::get<2>(s), -1.0);
 }

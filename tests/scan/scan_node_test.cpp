@@ -11,7 +11,8 @@ namespace tw {
 namespace {
 
 // Builds children of `parent` from (name, size) pairs.
-std::vector<ScanNode*> addFiles(ScanNode* parent, const std::vector<std::pair<std::string, uint64_t>>& files) {
+std::vector<ScanNode*> addFiles(ScanNode* parent,
+                                const std::vector<std::pair<std::string, uint64_t>>& files) {
   std::vector<ScanNode*> made;
   for (const auto& [name, size] : files) {
     ScanNode* n = parent->createNode(name, false);
@@ -98,15 +99,23 @@ TEST(ScanNode, ChildOrderPutsOrdinaryThenAggregateThenVirtualLargestFirstThenNat
 
 TEST(ScanNode, EightChildrenAreNeverGroupedAndNineNeedTwoSmallOnes) {
   ScanNodeRef eight = ScanNode::makeRoot("/a", true);
-  addFiles(eight.get(), {{"a", 1000}, {"b", 1}, {"c", 1}, {"d", 1}, {"e", 1}, {"f", 1}, {"g", 1}, {"h", 1}});
+  addFiles(eight.get(),
+           {{"a", 1000}, {"b", 1}, {"c", 1}, {"d", 1}, {"e", 1}, {"f", 1}, {"g", 1}, {"h", 1}});
   eight->setSize(1007);
   ASSERT_TRUE(eight->sortRecursively());
   EXPECT_EQ(eight->children().size(), 8u);
 
   // Threshold = 0.005 × 1,000,000 = 5,000: only "small" is at or below it.
   ScanNodeRef nine = ScanNode::makeRoot("/b", true);
-  addFiles(nine.get(), {{"a", 100000}, {"b", 100000}, {"c", 100000}, {"d", 100000}, {"e", 100000},
-                        {"f", 100000}, {"g", 100000}, {"h", 100000}, {"small", 5000}});
+  addFiles(nine.get(), {{"a", 100000},
+                        {"b", 100000},
+                        {"c", 100000},
+                        {"d", 100000},
+                        {"e", 100000},
+                        {"f", 100000},
+                        {"g", 100000},
+                        {"h", 100000},
+                        {"small", 5000}});
   nine->setSize(1000000);
   ASSERT_TRUE(nine->sortRecursively());
   EXPECT_EQ(nine->children().size(), 9u);
@@ -115,8 +124,14 @@ TEST(ScanNode, EightChildrenAreNeverGroupedAndNineNeedTwoSmallOnes) {
 
 TEST(ScanNode, SmallChildrenOfAFolderAreGroupedAtHalfAPercent) {
   ScanNodeRef root = ScanNode::makeRoot("/r", true);
-  auto files = addFiles(root.get(), {{"a", 200000}, {"b", 200000}, {"c", 200000}, {"d", 200000},
-                                     {"e", 180000}, {"t1", 5000}, {"t2", 4000}, {"t3", 1},
+  auto files = addFiles(root.get(), {{"a", 200000},
+                                     {"b", 200000},
+                                     {"c", 200000},
+                                     {"d", 200000},
+                                     {"e", 180000},
+                                     {"t1", 5000},
+                                     {"t2", 4000},
+                                     {"t3", 1},
                                      {"t4", 5001}});
   root->setSize(1000000);
   ASSERT_TRUE(root->sortRecursively());
@@ -136,8 +151,15 @@ TEST(ScanNode, SmallChildrenOfAFolderAreGroupedAtHalfAPercent) {
 
 TEST(ScanNode, GroupOfZeroSizeChildrenIsNotAddedAndTheyStayInPlace) {
   ScanNodeRef root = ScanNode::makeRoot("/r", true);
-  addFiles(root.get(), {{"a", 100}, {"b", 100}, {"c", 100}, {"d", 100}, {"e", 100}, {"f", 100},
-                        {"g", 100}, {"z1", 0}, {"z2", 0}});
+  addFiles(root.get(), {{"a", 100},
+                        {"b", 100},
+                        {"c", 100},
+                        {"d", 100},
+                        {"e", 100},
+                        {"f", 100},
+                        {"g", 100},
+                        {"z1", 0},
+                        {"z2", 0}});
   root->setSize(700);  // threshold 3: only the empty files are small
   ASSERT_TRUE(root->sortRecursively());
   EXPECT_EQ(root->children().size(), 9u);
@@ -148,9 +170,15 @@ TEST(ScanNode, GroupOfZeroSizeChildrenIsNotAddedAndTheyStayInPlace) {
 TEST(ScanNode, VolumeRootKeepsSystemFoldersAndClonesOutOfGroups) {
   ScanNodeRef root = ScanNode::makeRoot("/", true);
   root->setVolumeRoot(true);
-  auto made = addFiles(root.get(), {{"huge", 10'000'000}, {"Library", 10}, {"Users", 10},
-                                    {"System", 10}, {"Applications", 10}, {"private", 10},
-                                    {"clone", 10}, {"x", 10}, {"y", 10}});
+  auto made = addFiles(root.get(), {{"huge", 10'000'000},
+                                    {"Library", 10},
+                                    {"Users", 10},
+                                    {"System", 10},
+                                    {"Applications", 10},
+                                    {"private", 10},
+                                    {"clone", 10},
+                                    {"x", 10},
+                                    {"y", 10}});
   made[6]->setAPFSClone(true);
   root->setSize(10'000'090);  // threshold 0.0005 × size = 5,000
   ASSERT_TRUE(root->sortRecursively());
@@ -163,15 +191,27 @@ TEST(ScanNode, VolumeRootKeepsSystemFoldersAndClonesOutOfGroups) {
 TEST(ScanNode, VolumeRootUsesTheSmallerThreshold) {
   ScanNodeRef root = ScanNode::makeRoot("/", true);
   root->setVolumeRoot(true);
-  addFiles(root.get(), {{"a", 1'000'000}, {"b", 1'000'000}, {"c", 1'000'000}, {"d", 1'000'000},
-                        {"e", 1'000'000}, {"f", 1'000'000}, {"g", 1'000'000}, {"m1", 1000},
+  addFiles(root.get(), {{"a", 1'000'000},
+                        {"b", 1'000'000},
+                        {"c", 1'000'000},
+                        {"d", 1'000'000},
+                        {"e", 1'000'000},
+                        {"f", 1'000'000},
+                        {"g", 1'000'000},
+                        {"m1", 1000},
                         {"m2", 1000}});
   root->setSize(7'002'000);  // 0.05 % = 3,501: the 1000-byte files are grouped
   ASSERT_TRUE(root->sortRecursively());
   EXPECT_EQ(root->children().size(), 8u);
   ScanNodeRef folder = ScanNode::makeRoot("/f", true);
-  addFiles(folder.get(), {{"a", 1'000'000}, {"b", 1'000'000}, {"c", 1'000'000}, {"d", 1'000'000},
-                          {"e", 1'000'000}, {"f", 1'000'000}, {"g", 1'000'000}, {"m1", 40000},
+  addFiles(folder.get(), {{"a", 1'000'000},
+                          {"b", 1'000'000},
+                          {"c", 1'000'000},
+                          {"d", 1'000'000},
+                          {"e", 1'000'000},
+                          {"f", 1'000'000},
+                          {"g", 1'000'000},
+                          {"m1", 40000},
                           {"m2", 40000}});
   folder->setSize(7'080'000);  // 0.5 % = 35,400: the 40 KB files stay
   ASSERT_TRUE(folder->sortRecursively());
@@ -180,8 +220,14 @@ TEST(ScanNode, VolumeRootUsesTheSmallerThreshold) {
 
 TEST(ScanNode, AnExistingGroupMayGetASecondGroupOfTheSameName) {
   ScanNodeRef root = ScanNode::makeRoot("/r", true);
-  addFiles(root.get(), {{"a", 100000}, {"b", 100000}, {"c", 100000}, {"d", 100000}, {"e", 100000},
-                        {"f", 100000}, {"g", 100000}, {"s", 10}});
+  addFiles(root.get(), {{"a", 100000},
+                        {"b", 100000},
+                        {"c", 100000},
+                        {"d", 100000},
+                        {"e", 100000},
+                        {"f", 100000},
+                        {"g", 100000},
+                        {"s", 10}});
   ScanNode* walkGroup = root->createNode(kSmallerObjectsName, true);
   walkGroup->setAggregate(true);
   walkGroup->setSize(20);
@@ -241,10 +287,14 @@ TEST(ScanNode, LazyLoaderRunsOnceAndANullResultReadsAsEmptyAndLoaded) {
 
 TEST(ScanNode, AddChildForcesAPendingLoadAndSetChildrenDropsTheLoader) {
   ScanNodeRef root = ScanNode::makeRoot("/r", true);
-  root->setLazyChildrenLoader([](ScanNode& node) { return std::vector<ScanNode*>{node.createNode("old", false)}; });
+  root->setLazyChildrenLoader(
+      [](ScanNode& node) { return std::vector<ScanNode*>{node.createNode("old", false)}; });
   root->addChild(root->createNode("new", false));
   EXPECT_EQ(childNames(root.get()), (std::vector<std::string>{"old", "new"}));
-  root->setLazyChildrenLoader([](ScanNode&) -> std::vector<ScanNode*> { ADD_FAILURE(); return {}; });
+  root->setLazyChildrenLoader([](ScanNode&) -> std::vector<ScanNode*> {
+    ADD_FAILURE();
+    return {};
+  });
   ScanNode* only = root->createNode("only", false);
   root->setChildren(std::vector<ScanNode*>{only, nullptr});
   EXPECT_EQ(childNames(root.get()), (std::vector<std::string>{"only"}));

@@ -8,7 +8,8 @@
 
 namespace tw::test {
 
-inline ScanResult scanTree(const std::string& path, std::shared_ptr<const VolumeLayout> layout = nullptr,
+inline ScanResult scanTree(const std::string& path,
+                           std::shared_ptr<const VolumeLayout> layout = nullptr,
                            ScanSettings settings = {}, int threads = 2) {
   DirectoryScanner::Options options;
   options.layout = std::move(layout);

@@ -59,7 +59,8 @@ TEST_F(SystemDisk, SmallFilesAreGroupedPerFolderButDSStoreAndLargeFilesStay) {
   ASSERT_NE(u, nullptr);
   std::vector<std::string> names;
   for (ScanNode* c : u->children()) names.emplace_back(c->name());
-  EXPECT_EQ(names, (std::vector<std::string>{"movie.mov", ".DS_Store", std::string(kSmallerObjectsName)}));
+  EXPECT_EQ(names,
+            (std::vector<std::string>{"movie.mov", ".DS_Store", std::string(kSmallerObjectsName)}));
   ScanNode* group = child(u, kSmallerObjectsName);
   EXPECT_EQ(group->size(), 3 * allocatedSize(t.path("Users/u/a.txt")));
   EXPECT_TRUE(group->children().empty());
@@ -174,12 +175,12 @@ TEST_F(SystemDisk, SystemVolumesShowTheirUsedSpaceAndOtherSystemData) {
   const uint64_t swapSize = allocatedSize(swap);
   layout->systemVolumes = {
       {t.path("System/Volumes/VM"), swapSize + 50 * kMB},
-      {t.path("System/Volumes/Preboot"), 1},              // below what was counted: unchanged
-      {t.path("System/Volumes/Update"), 30 * kMB},        // not walked: made under its folder
-      {t.path("System/Volumes/Data"), 900 * kMB},         // the firmlinked data volume: ignored
-      {t.path("System/Volumes/Data/home"), 900 * kMB},    // below it: ignored
-      {t.path("Volumes/Stick"), 900 * kMB},               // not a system volume
-      {t.path("System/Volumes/Empty"), 0},                // nothing used: skipped
+      {t.path("System/Volumes/Preboot"), 1},            // below what was counted: unchanged
+      {t.path("System/Volumes/Update"), 30 * kMB},      // not walked: made under its folder
+      {t.path("System/Volumes/Data"), 900 * kMB},       // the firmlinked data volume: ignored
+      {t.path("System/Volumes/Data/home"), 900 * kMB},  // below it: ignored
+      {t.path("Volumes/Stick"), 900 * kMB},             // not a system volume
+      {t.path("System/Volumes/Empty"), 0},              // nothing used: skipped
   };
   ScanResult r = scan();
   ScanNode* vm = find(r.root.get(), "System/Volumes/VM");
@@ -211,8 +212,9 @@ TEST_F(SystemDisk, ProtectedLocationThatMeasuresEmptyIsReported) {
   ScanResult r = scan();
   ASSERT_EQ(r.root->scanIssues().size(), 1u);
   EXPECT_EQ(r.root->scanIssues()[0].path, t.path("Library"));
-  EXPECT_EQ(r.root->scanIssues()[0].message,
-            "This protected location could not be measured. Check Full Disk Access and scan again.");
+  EXPECT_EQ(
+      r.root->scanIssues()[0].message,
+      "This protected location could not be measured. Check Full Disk Access and scan again.");
   t.file("Library/Caches/c.bin", 8 * kMB);
   EXPECT_TRUE(scan().root->scanIssues().empty());
 }
@@ -222,10 +224,11 @@ TEST(IssueRecorder, KeepsFiveHundredDistinctIssuesInOrder) {
   const Error denied = posixError(EACCES);
   recorder.record("/root/a", &denied);
   recorder.record("/root/a", &denied);  // the same text twice is recorded once
-  recorder.record("", nullptr);          // the root, with the fallback message
+  recorder.record("", nullptr);         // the root, with the fallback message
   const Error blank{kScanErrorDomain, 1, ""};
   recorder.record("/root/b", &blank);
-  for (int i = 0; recorder.size() < 500; ++i) recorder.record("/root/f" + std::to_string(i), &denied);
+  for (int i = 0; recorder.size() < 500; ++i)
+    recorder.record("/root/f" + std::to_string(i), &denied);
   recorder.record("/root/the-501st", &denied);
   std::vector<ScanIssue> issues = recorder.take();
   ASSERT_EQ(issues.size(), 500u);

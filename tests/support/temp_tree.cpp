@@ -28,7 +28,8 @@ TempTree::TempTree() {
 TempTree::~TempTree() {
   // Restore permissions a test may have taken away, then remove everything.
   std::error_code ec;
-  for (auto it = fs::recursive_directory_iterator(root_, fs::directory_options::skip_permission_denied, ec);
+  for (auto it = fs::recursive_directory_iterator(
+           root_, fs::directory_options::skip_permission_denied, ec);
        it != fs::recursive_directory_iterator(); it.increment(ec)) {
     if (it->is_directory(ec) && !it->is_symlink(ec)) chmod(it->path().c_str(), 0755);
   }

@@ -6,7 +6,8 @@
 
 namespace tw::test {
 
-void TestVolumeLayout::makeClone(const std::string& path, uint64_t cloneID, uint32_t referenceCount) {
+void TestVolumeLayout::makeClone(const std::string& path, uint64_t cloneID,
+                                 uint32_t referenceCount) {
   struct stat st {};
   if (lstat(path.c_str(), &st) != 0) return;
   CloneAttributes attributes;
