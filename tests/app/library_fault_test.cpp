@@ -27,12 +27,13 @@ class LibraryFaultTest : public test::LibraryTest {
  protected:
   void SetUp() override {
     LibraryTest::SetUp();
-    auto library = makeLibrary();
-    previous = acceptAndWait(*library, makeScan("/previous", 100, 50));
-    ASSERT_TRUE(previous.cacheReplaced);
+    {
+      auto library = makeLibrary();
+      previous = acceptAndWait(*library, makeScan("/previous", 100, 50));
+      ASSERT_TRUE(previous.cacheReplaced);
+    }
     cacheBefore = fileBytes(cacheFile());
     historyBefore = namesIn(historyFolder());
-    QThreadPool::globalInstance()->waitForDone();  // no pool thread is busy when a test forks
   }
 
   // A library doing all its work on the calling thread, logging to the real stderr.
@@ -47,6 +48,8 @@ class LibraryFaultTest : public test::LibraryTest {
   // Runs `body` as an unprivileged user with its stderr going to a file; returns the exit status
   // and leaves the stderr text in `childErrors`.
   int runUnprivilegedLogging(const std::function<int()>& body) {
+    // A child gets only the forking thread: no pool thread may hold a lock at that moment.
+    QThreadPool::globalInstance()->waitForDone();
     const std::string errors = data.path("stderr.txt");
     test::writeBytes(errors, "");
     ::chmod(errors.c_str(), 0666);
@@ -171,6 +174,7 @@ struct StopDuringCopy {
 // Forks `child`, waits until it writes to the pipe it is given (at most `timeoutMs`), then kills
 // it. True when the child reported in before it was killed.
 bool runAndKill(const std::function<void(int notifyFd)>& child, int timeoutMs) {
+  QThreadPool::globalInstance()->waitForDone();
   int fds[2];
   if (::pipe(fds) != 0) return false;
   const pid_t pid = ::fork();

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <QThreadPool>
 #include <cmath>
 
 #include "app/library_files.h"
@@ -155,6 +156,7 @@ TEST_F(LibraryForgetTest, DeleteThatCannotRemoveTheFileAlertsAndDoesNotForget) {
   // As a user who may read the library but not change it.
   ASSERT_EQ(::chmod(libraryFolder().c_str(), 0755), 0);
   ASSERT_EQ(::chmod(history.c_str(), 0755), 0);
+  QThreadPool::globalInstance()->waitForDone();  // the child gets no pool threads
   const int status = test::runUnprivileged([&] {
     auto child = inlineLibrary();
     child->setCachedRoot(root);
@@ -203,6 +205,7 @@ TEST_F(LibraryForgetTest, RemovingThatFailsReportsTheFirstErrorAndKeepsTheForgot
   ScanNodeRef current = makeScan("/data", 20);
   ASSERT_EQ(::chmod(libraryFolder().c_str(), 0755), 0);
   ASSERT_EQ(::chmod(history.c_str(), 0755), 0);
+  QThreadPool::globalInstance()->waitForDone();  // the child gets no pool threads
   const int status = test::runUnprivileged([&] {
     auto child = inlineLibrary();
     child->setCachedRoot(current);
