@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <mutex>
 
 #include "app/library_files.h"
 #include "app/library_preferences.h"
@@ -51,6 +52,14 @@ struct ScanLibrary::State {
   Handlers handlers;
   ScanNodeRef cachedRoot;
   uint64_t scanGeneration = 0;
+  // Replacing the cache: the GUI thread numbers its choices in order, and the pool puts a copy in
+  // place only when no later choice was put in place before it.
+  struct CacheOrder {
+    std::mutex mutex;
+    uint64_t applied = 0;
+  };
+  uint64_t replaceTickets = 0;
+  std::shared_ptr<CacheOrder> cacheOrder = std::make_shared<CacheOrder>();
 
   std::string historyFolder() const {
     return appendPathComponent(folder, library::kHistoryFolderName);
@@ -173,6 +182,7 @@ void ScanLibrary::saveCachedScanForRoot(const ScanNodeRef& root, uint64_t genera
     SaveOutcome outcome;
     std::shared_ptr<ScanStore> store;
     int64_t storedRootID = 0;
+    uint64_t replaceTicket = 0;  // nonzero: the GUI thread chose this copy as the cache
   };
   auto job = std::make_shared<Job>();
   job->outcome.historyPath = history;
@@ -183,9 +193,24 @@ void ScanLibrary::saveCachedScanForRoot(const ScanNodeRef& root, uint64_t genera
   const auto log = state_->log;
   const std::string cache = state_->cache();
 
-  // Last step, on the pool: drop the pending file, make the rename durable, prune History. The
-  // root's last reference may go here too, away from the GUI thread.
-  auto finish = [main, calls, folder, historyFolder, pending, job, done](ScanNodeRef root) mutable {
+  // Last step, on the pool: put the copy in place when the GUI thread chose it and no later choice
+  // got there first, drop the pending file, make the rename durable and prune History. The rename
+  // may free a large old cache, and the root's last reference may go here too: both stay away
+  // from the GUI thread.
+  auto finish = [main, calls, log, folder, historyFolder, pending, cache, job, done,
+                 order = state_->cacheOrder](ScanNodeRef root) mutable {
+    if (job->replaceTicket != 0) {
+      std::lock_guard lock(order->mutex);
+      if (job->replaceTicket > order->applied) {
+        Error error;
+        if (library::replaceFile(pending, cache, *calls, &error)) {
+          order->applied = job->replaceTicket;
+          job->outcome.cacheReplaced = true;
+        } else {
+          log(fill(kReplaceCacheFailedLog, error.description));
+        }
+      }
+    }
     calls->unlink(pending.c_str());
     if (job->outcome.cacheReplaced) library::flushFolder(folder, *calls);
     library::pruneRetainedScans(historyFolder);
@@ -223,12 +248,7 @@ void ScanLibrary::saveCachedScanForRoot(const ScanNodeRef& root, uint64_t genera
       }
       job->store.reset();
       if (generation == state->scanGeneration && job->outcome.copied && state->cachedRoot == root) {
-        Error replaceError;
-        if (library::replaceFile(pending, cache, *calls, &replaceError)) {
-          job->outcome.cacheReplaced = true;
-        } else {
-          state->log(fill(kReplaceCacheFailedLog, replaceError.description));
-        }
+        job->replaceTicket = ++state->replaceTickets;
       }
       background([finish = std::move(finish), root = std::move(root)]() mutable {
         finish(std::move(root));

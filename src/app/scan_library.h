@@ -7,10 +7,12 @@
 // finished scan enters History under a new name and is copied to the cache through a pending file
 // and an atomic rename, so a crash leaves the old cache or the new one, never a partial file.
 //
-// It is used from the GUI thread. File work (writing, copying, converting, reading metadata,
-// deleting) runs on a thread pool and comes back through the GUI executor; a callback whose library
-// is gone by then does nothing. Alerts are handed to the shell as data; failures the user can do
-// nothing about go to the log (stderr).
+// It is used from the GUI thread. File work (writing, copying, renaming, converting, reading
+// metadata, deleting, freeing replaced trees) runs on a thread pool and comes back through the GUI
+// executor; a callback whose library is gone by then does nothing. Which copy may become the cache
+// is decided on the GUI thread; the pool carries the choices out in the order they were made.
+// Alerts are handed to the shell as data; failures the user can do nothing about go to the log
+// (stderr).
 #pragma once
 
 #include <cstdint>

@@ -246,6 +246,41 @@ TEST_F(LibrarySaveTest, OverlappingSavesEachKeepTheirFileAndTheCurrentOneWins) {
   expectNoPendingFiles();
 }
 
+TEST_F(LibrarySaveTest, OlderCopyFinishingLastNeverReplacesANewerCache) {
+  // Background work waits here and runs in the order the test picks.
+  std::vector<std::function<void()>> pool;
+  ScanLibrary::Options options;
+  options.backgroundExecutor = [&pool](std::function<void()> work) {
+    pool.push_back(std::move(work));
+  };
+  auto library = makeLibrary(std::move(options));
+  auto runPoolTask = [&pool](std::size_t index) {
+    auto work = std::move(pool.at(index));
+    pool.erase(pool.begin() + static_cast<std::ptrdiff_t>(index));
+    work();
+  };
+  std::optional<SaveOutcome> first, second;
+  library->acceptCompletedScan(makeScan("/a", 100), [&](const SaveOutcome& o) { first = o; });
+  runPoolTask(0);  // write and copy /a
+  main.drain(0);   // /a is chosen as the cache; its rename waits on the pool
+  ASSERT_EQ(pool.size(), 1u);
+  library->acceptCompletedScan(makeScan("/b", 200), [&](const SaveOutcome& o) { second = o; });
+  runPoolTask(pool.size() - 1);  // write and copy /b
+  main.drain(0);                 // /b is chosen too
+  runPoolTask(pool.size() - 1);  // /b goes in place first
+  main.drain(0);
+  ASSERT_TRUE(second);
+  runPoolTask(0);                        // then the older /a arrives
+  while (!pool.empty()) runPoolTask(0);  // the replaced tree is released
+  main.drain(0);
+  ASSERT_TRUE(first && second);
+  EXPECT_TRUE(second->cacheReplaced);
+  EXPECT_FALSE(first->cacheReplaced);
+  EXPECT_EQ(test::storedLocation(cacheFile()), "/b");
+  EXPECT_EQ(retained().size(), 2u);
+  expectNoPendingFiles();
+}
+
 TEST_F(LibrarySaveTest, LibraryGoneBeforeTheSaveReturnsChangesNothingOnScreen) {
   auto library = makeLibrary();
   ScanNodeRef root = makeScan("/a", 100);
