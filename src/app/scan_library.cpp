@@ -33,7 +33,14 @@ void logToStandardError(const std::string& line) {
 }
 
 Executor threadPoolExecutor() {
-  return [](std::function<void()> work) { QThreadPool::globalInstance()->start(std::move(work)); };
+  return [](std::function<void()> work) {
+    // After the application's statics are gone there is no pool: finish the work here.
+    if (QThreadPool* pool = QThreadPool::globalInstance()) {
+      pool->start(std::move(work));
+    } else {
+      work();
+    }
+  };
 }
 
 // Two scan dates name the same scan when they lie less than a second apart.
