@@ -1,0 +1,299 @@
+// Saving a finished scan: the History file, the binding of the root, and when the current cache
+// may be replaced. Write, copy and rename failures lose nothing.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QThreadPool>
+#include <atomic>
+#include <regex>
+
+#include "app/library_files.h"
+#include "app/library_preferences.h"
+#include "app/library_test_support.h"
+#include "store/scan_store.h"
+
+namespace tw {
+namespace {
+
+using test::fileBytes;
+using test::makeScan;
+using test::namesIn;
+
+// File calls whose writes, renames or fsyncs fail on demand for files whose path contains a given
+// text; everything else goes to the system.
+struct FaultyCalls {
+  static inline std::atomic<int> failWrite{0};  // errno for pwrite, 0: none
+  static inline std::atomic<int> failRename{0};
+  static inline std::string target;  // e.g. "/LastScan-"
+
+  static bool targeted(int fd) {
+    char link[64];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
+    char path[4096];
+    const ssize_t n = ::readlink(link, path, sizeof path - 1);
+    return n > 0 &&
+           std::string(path, static_cast<std::size_t>(n)).find(target) != std::string::npos;
+  }
+  static ssize_t pwrite(int fd, const void* buffer, size_t count, off_t offset) {
+    if (failWrite && targeted(fd)) {
+      errno = failWrite;
+      return -1;
+    }
+    return ::pwrite(fd, buffer, count, offset);
+  }
+  static int rename(const char* from, const char* to) {
+    if (failRename && std::string(from).find(target) != std::string::npos) {
+      errno = failRename;
+      return -1;
+    }
+    return ::rename(from, to);
+  }
+  static const FileSystemCalls& calls() {
+    static FileSystemCalls c = [] {
+      FileSystemCalls out = FileSystemCalls::system();
+      out.pwrite = &FaultyCalls::pwrite;
+      out.rename = &FaultyCalls::rename;
+      return out;
+    }();
+    return c;
+  }
+};
+
+class LibrarySaveTest : public test::LibraryTest {
+ protected:
+  void SetUp() override {
+    LibraryTest::SetUp();
+    FaultyCalls::failWrite = 0;
+    FaultyCalls::failRename = 0;
+  }
+  std::unique_ptr<ScanLibrary> makeFaultyLibrary() {
+    ScanLibrary::Options options;
+    options.calls = &FaultyCalls::calls();
+    return makeLibrary(std::move(options));
+  }
+  std::vector<std::string> retained() { return library::listRetainedScans(historyFolder()); }
+  // The library folder holds no pending copy.
+  void expectNoPendingFiles() {
+    for (const std::string& name : namesIn(libraryFolder())) {
+      EXPECT_FALSE(name.ends_with(".pending")) << name;
+    }
+    for (const std::string& name : namesIn(historyFolder())) {
+      EXPECT_FALSE(name.ends_with(".pending")) << name;
+    }
+  }
+};
+
+TEST_F(LibrarySaveTest, AcceptedScanEntersHistoryBindsTheRootAndBecomesTheCache) {
+  auto library = makeLibrary();
+  library::setForgottenScanDate("/data", 5e9);
+  ScanNodeRef root = makeScan("/data/", 1700000000.25, 5);
+  const double before = library::currentTime();
+  SaveOutcome outcome = acceptAndWait(*library, root);
+  const double after = library::currentTime();
+
+  EXPECT_TRUE(outcome.written && outcome.bound && outcome.copied && outcome.cacheReplaced);
+  EXPECT_EQ(library->cachedRoot(), root);
+  EXPECT_TRUE(library->forgottenScanDates().empty());  // a new scan shows again
+  ASSERT_EQ(retained(), std::vector<std::string>{outcome.historyPath});
+  std::smatch match;
+  const std::string name = outcome.historyPath.substr(historyFolder().size() + 1);
+  ASSERT_TRUE(std::regex_match(name, match, std::regex("([0-9]+)-[0-9A-F-]{36}\\.sqlite"))) << name;
+  const long long milliseconds = std::stoll(match[1]);
+  EXPECT_GE(milliseconds, static_cast<long long>(before * 1000) - 1);
+  EXPECT_LE(milliseconds, static_cast<long long>(after * 1000) + 1);
+
+  // The root reads through its History file; the cache is a byte copy of it.
+  ASSERT_TRUE(root->scanStore());
+  EXPECT_EQ(root->scanStore()->path(), outcome.historyPath);
+  EXPECT_EQ(root->databaseNodeID(), root->scanStore()->rootNodeID());
+  EXPECT_EQ(fileBytes(cacheFile()), fileBytes(outcome.historyPath));
+  EXPECT_EQ(test::storedDate(cacheFile()), 1700000000.25);
+  expectNoPendingFiles();
+  EXPECT_TRUE(logged.empty());
+}
+
+TEST_F(LibrarySaveTest, ReplacedCacheKeepsThePermissionsOfTheOldOne) {
+  auto library = makeLibrary();
+  acceptAndWait(*library, makeScan("/a", 100));
+  ASSERT_EQ(::chmod(cacheFile().c_str(), 0600), 0);
+  acceptAndWait(*library, makeScan("/b", 200));
+  struct stat st;
+  ASSERT_EQ(::stat(cacheFile().c_str(), &st), 0);
+  EXPECT_EQ(st.st_mode & 07777, 0600u);
+  EXPECT_EQ(test::storedLocation(cacheFile()), "/b");
+}
+
+TEST_F(LibrarySaveTest, SaveOfAStaleGenerationAddsHistoryButLeavesTheCache) {
+  auto library = makeLibrary();
+  library->beginPersistentScan();
+  acceptAndWait(*library, makeScan("/a", 100));
+  const std::string cacheBefore = fileBytes(cacheFile());
+
+  ScanNodeRef late = makeScan("/b", 200);
+  const uint64_t generation = library->scanGeneration();
+  library->setCachedRoot(late);
+  library->beginPersistentScan();  // a new batch began while this one was saving
+  std::optional<SaveOutcome> outcome;
+  library->saveCachedScanForRoot(late, generation, [&](const SaveOutcome& o) { outcome = o; });
+  ASSERT_TRUE(main.runUntil([&] { return outcome.has_value(); }));
+  EXPECT_TRUE(outcome->written && outcome->bound && outcome->copied);
+  EXPECT_FALSE(outcome->cacheReplaced);
+  EXPECT_EQ(late->scanStore()->path(), outcome->historyPath);
+  EXPECT_EQ(retained().size(), 2u);
+  EXPECT_EQ(fileBytes(cacheFile()), cacheBefore);
+  expectNoPendingFiles();
+}
+
+TEST_F(LibrarySaveTest, SaveOfARootThatIsNoLongerCurrentLeavesTheCache) {
+  auto library = makeLibrary();
+  acceptAndWait(*library, makeScan("/a", 100));
+  const std::string cacheBefore = fileBytes(cacheFile());
+  ScanNodeRef older = makeScan("/b", 200);
+  std::optional<SaveOutcome> outcome;
+  library->saveCachedScanForRoot(older, library->scanGeneration(),
+                                 [&](const SaveOutcome& o) { outcome = o; });
+  // Before the save comes back, another result becomes current.
+  library->setCachedRoot(makeScan("/c", 300));
+  ASSERT_TRUE(main.runUntil([&] { return outcome.has_value(); }));
+  EXPECT_FALSE(outcome->cacheReplaced);
+  EXPECT_TRUE(outcome->bound);
+  EXPECT_EQ(fileBytes(cacheFile()), cacheBefore);
+  expectNoPendingFiles();
+}
+
+TEST_F(LibrarySaveTest, FailedCacheCopyKeepsTheHistoryFileBoundAndTheOldCache) {
+  auto library = makeFaultyLibrary();
+  acceptAndWait(*library, makeScan("/a", 100));
+  const std::string cacheBefore = fileBytes(cacheFile());
+  FaultyCalls::target = "/LastScan-";
+  FaultyCalls::failWrite = ENOSPC;
+  ScanNodeRef root = makeScan("/b", 200);
+  SaveOutcome outcome = acceptAndWait(*library, root);
+  EXPECT_TRUE(outcome.written && outcome.bound);
+  EXPECT_FALSE(outcome.copied || outcome.cacheReplaced);
+  EXPECT_EQ(root->scanStore()->path(), outcome.historyPath);
+  EXPECT_EQ(retained().size(), 2u);
+  EXPECT_EQ(fileBytes(cacheFile()), cacheBefore);
+  expectNoPendingFiles();
+  ASSERT_EQ(logged.size(), 1u);
+  EXPECT_EQ(logged[0],
+            "Unable to copy the scan for the current cache: " + posixError(ENOSPC).description);
+}
+
+TEST_F(LibrarySaveTest, FailedReplaceIsLoggedAndKeepsTheOldCache) {
+  auto library = makeFaultyLibrary();
+  acceptAndWait(*library, makeScan("/a", 100));
+  const std::string cacheBefore = fileBytes(cacheFile());
+  FaultyCalls::target = "/LastScan-";
+  FaultyCalls::failRename = EIO;
+  SaveOutcome outcome = acceptAndWait(*library, makeScan("/b", 200));
+  EXPECT_TRUE(outcome.written && outcome.bound && outcome.copied);
+  EXPECT_FALSE(outcome.cacheReplaced);
+  EXPECT_EQ(fileBytes(cacheFile()), cacheBefore);
+  expectNoPendingFiles();
+  EXPECT_EQ(logged, std::vector<std::string>{"Unable to replace the current scan cache: " +
+                                             posixError(EIO).description});
+}
+
+TEST_F(LibrarySaveTest, FailedWriteLeavesNoHistoryFileAndTheOldCache) {
+  auto library = makeFaultyLibrary();
+  acceptAndWait(*library, makeScan("/a", 100));
+  const std::string cacheBefore = fileBytes(cacheFile());
+  const auto historyBefore = retained();
+  FaultyCalls::target = "/History/.";  // the writer's hidden temporary file
+  FaultyCalls::failWrite = ENOSPC;
+  ScanNodeRef root = makeScan("/b", 200);
+  SaveOutcome outcome = acceptAndWait(*library, root);
+  EXPECT_FALSE(outcome.written || outcome.bound || outcome.copied || outcome.cacheReplaced);
+  EXPECT_FALSE(root->scanStore());  // the result stays in memory only
+  EXPECT_EQ(library->cachedRoot(), root);
+  EXPECT_EQ(retained(), historyBefore);
+  EXPECT_EQ(fileBytes(cacheFile()), cacheBefore);
+  expectNoPendingFiles();
+  ASSERT_EQ(logged.size(), 1u);
+  EXPECT_TRUE(logged[0].starts_with("Unable to save the scan database: ")) << logged[0];
+}
+
+TEST_F(LibrarySaveTest, SavePrunesHistoryToTheNewest200OverAllLocations) {
+  auto library = makeLibrary();
+  const std::string history = library->historyDirectoryPath();
+  // Two hundred older scans, one with the old name without a UUID.
+  test::writeScan(history + "/999.sqlite", "/old", 1);
+  for (int i = 1; i < 200; ++i) {
+    ::link((history + "/999.sqlite").c_str(),
+           (history + "/" + std::to_string(1000 + i) + "-A.sqlite").c_str());
+  }
+  SaveOutcome outcome = acceptAndWait(*library, makeScan("/new", 100));
+  const auto kept = retained();
+  ASSERT_EQ(kept.size(), 200u);
+  EXPECT_EQ(kept.front(), history + "/1001-A.sqlite");
+  EXPECT_EQ(kept.back(), outcome.historyPath);
+}
+
+TEST_F(LibrarySaveTest, OverlappingSavesEachKeepTheirFileAndTheCurrentOneWins) {
+  auto library = makeLibrary();
+  ScanNodeRef first = makeScan("/a", 100, 2000);
+  ScanNodeRef second = makeScan("/b", 200);
+  int finished = 0;
+  library->acceptCompletedScan(first, [&](const SaveOutcome&) { ++finished; });
+  library->acceptCompletedScan(second, [&](const SaveOutcome&) { ++finished; });
+  ASSERT_TRUE(main.runUntil([&] { return finished == 2; }));
+  EXPECT_EQ(retained().size(), 2u);
+  EXPECT_EQ(test::storedLocation(cacheFile()), "/b");
+  EXPECT_TRUE(first->scanStore() && second->scanStore());
+  expectNoPendingFiles();
+}
+
+TEST_F(LibrarySaveTest, OlderCopyFinishingLastNeverReplacesANewerCache) {
+  // Background work waits here and runs in the order the test picks.
+  std::vector<std::function<void()>> pool;
+  ScanLibrary::Options options;
+  options.backgroundExecutor = [&pool](std::function<void()> work) {
+    pool.push_back(std::move(work));
+  };
+  auto library = makeLibrary(std::move(options));
+  auto runPoolTask = [&pool](std::size_t index) {
+    auto work = std::move(pool.at(index));
+    pool.erase(pool.begin() + static_cast<std::ptrdiff_t>(index));
+    work();
+  };
+  std::optional<SaveOutcome> first, second;
+  library->acceptCompletedScan(makeScan("/a", 100), [&](const SaveOutcome& o) { first = o; });
+  runPoolTask(0);  // write and copy /a
+  main.drain(0);   // /a is chosen as the cache; its rename waits on the pool
+  ASSERT_EQ(pool.size(), 1u);
+  library->acceptCompletedScan(makeScan("/b", 200), [&](const SaveOutcome& o) { second = o; });
+  runPoolTask(pool.size() - 1);  // write and copy /b
+  main.drain(0);                 // /b is chosen too
+  runPoolTask(pool.size() - 1);  // /b goes in place first
+  main.drain(0);
+  ASSERT_TRUE(second);
+  runPoolTask(0);                        // then the older /a arrives
+  while (!pool.empty()) runPoolTask(0);  // the replaced tree is released
+  main.drain(0);
+  ASSERT_TRUE(first && second);
+  EXPECT_TRUE(second->cacheReplaced);
+  EXPECT_FALSE(first->cacheReplaced);
+  EXPECT_EQ(test::storedLocation(cacheFile()), "/b");
+  EXPECT_EQ(retained().size(), 2u);
+  expectNoPendingFiles();
+}
+
+TEST_F(LibrarySaveTest, LibraryGoneBeforeTheSaveReturnsChangesNothingOnScreen) {
+  auto library = makeLibrary();
+  ScanNodeRef root = makeScan("/a", 100);
+  bool called = false;
+  library->acceptCompletedScan(root, [&](const SaveOutcome&) { called = true; });
+  library.reset();
+  QThreadPool::globalInstance()->waitForDone();
+  main.drain(0.1);
+  EXPECT_FALSE(called);
+  EXPECT_FALSE(root->scanStore());
+  EXPECT_FALSE(library::pathExists(cacheFile()));
+  expectNoPendingFiles();
+}
+
+}  // namespace
+}  // namespace tw

@@ -1,0 +1,192 @@
+#include "app/library_test_support.h"
+
+#include <dirent.h>
+#include <sqlite3.h>
+#include <stdlib.h>
+
+#include <QSettings>
+#include <QThreadPool>
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+
+#include "app/library_preferences.h"
+#include "store/scan_store.h"
+
+namespace tw::test {
+
+namespace {
+
+// HOME and the XDG folders of the whole test program. QSettings fixes its folder on first use,
+// so XDG_CONFIG_HOME is set once, before any test runs.
+class PrivateHomeEnvironment : public ::testing::Environment {
+ public:
+  void SetUp() override {
+    home_ = std::make_unique<TempTree>();
+    ::setenv("HOME", home_->folder("home").c_str(), 1);
+    ::setenv("XDG_CONFIG_HOME", home_->folder("config").c_str(), 1);
+    ::setenv("XDG_RUNTIME_DIR", home_->folder("runtime").c_str(), 1);
+    ::setenv("XDG_DATA_HOME", home_->folder("data").c_str(), 1);
+  }
+  void TearDown() override { home_.reset(); }
+
+ private:
+  std::unique_ptr<TempTree> home_;
+};
+
+[[maybe_unused]] ::testing::Environment* const privateHome =
+    ::testing::AddGlobalTestEnvironment(new PrivateHomeEnvironment);
+
+}  // namespace
+
+MainQueue::MainQueue() : inner_(std::make_shared<Inner>()) {}
+
+Executor MainQueue::executor() const {
+  return [inner = inner_](std::function<void()> work) {
+    std::lock_guard lock(inner->mutex);
+    inner->queue.push_back(std::move(work));
+    inner->posted.notify_all();
+  };
+}
+
+bool MainQueue::runUntil(const std::function<bool()>& done, double seconds) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (!done()) {
+    std::function<void()> work;
+    {
+      std::unique_lock lock(inner_->mutex);
+      if (!inner_->posted.wait_until(lock, deadline, [&] { return !inner_->queue.empty(); }))
+        return false;
+      work = std::move(inner_->queue.front());
+      inner_->queue.pop_front();
+    }
+    work();
+  }
+  return true;
+}
+
+void MainQueue::drain(double seconds) {
+  runUntil([] { return false; }, seconds);
+}
+
+void LibraryTest::SetUp() {
+  ::setenv("XDG_DATA_HOME", data.root().c_str(), 1);
+  QSettings(library::kSettingsOrganization, library::kSettingsApplication).clear();
+}
+
+void LibraryTest::TearDown() {
+  // Let work still on the pool finish before its folders go away.
+  QThreadPool::globalInstance()->waitForDone();
+  main.drain(0);
+}
+
+std::unique_ptr<ScanLibrary> LibraryTest::makeLibrary(ScanLibrary::Options options) {
+  if (!options.mainExecutor) options.mainExecutor = main.executor();
+  if (!options.log) {
+    options.log = [this](const std::string& line) {
+      std::lock_guard lock(loggedMutex);
+      logged.push_back(line);
+    };
+  }
+  return std::make_unique<ScanLibrary>(std::move(options));
+}
+
+SaveOutcome LibraryTest::acceptAndWait(ScanLibrary& library, const ScanNodeRef& root) {
+  std::optional<SaveOutcome> outcome;
+  library.acceptCompletedScan(root, [&](const SaveOutcome& result) { outcome = result; });
+  EXPECT_TRUE(main.runUntil([&] { return outcome.has_value(); }));
+  return outcome.value_or(SaveOutcome{});
+}
+
+RestoreOutcome LibraryTest::restoreAndWait(ScanLibrary& library) {
+  std::optional<RestoreOutcome> outcome;
+  library.loadCachedScanAsynchronously([&](const RestoreOutcome& result) { outcome = result; });
+  EXPECT_TRUE(main.runUntil([&] { return outcome.has_value(); }));
+  return outcome.value_or(RestoreOutcome{});
+}
+
+ScanNodeRef makeScan(const std::string& location, double date, int files) {
+  ScanNodeRef root = ScanNode::makeRoot(location, true);
+  for (int i = 0; i < files; ++i) {
+    ScanNode* file = root->createNode("file" + std::to_string(i) + ".bin", false);
+    file->setSize(4096);
+    file->setModificationDate(date - 100);
+    root->addChild(file);
+  }
+  root->setSize(4096ull * static_cast<uint64_t>(files));
+  root->setScanDate(date);
+  root->sortRecursively();
+  return root;
+}
+
+void writeScan(const std::string& path, const std::string& location, double date, int files) {
+  Error error;
+  ASSERT_TRUE(ScanStore::writeRootNode(makeScan(location, date, files).get(), path, &error))
+      << error.description;
+}
+
+std::string storedLocation(const std::string& path) {
+  auto metadata = ScanStore::metadataAt(path);
+  return metadata ? metadata->locationPath : std::string();
+}
+
+double storedDate(const std::string& path) {
+  auto metadata = ScanStore::metadataAt(path);
+  return metadata && metadata->scanDate ? *metadata->scanDate : 0.0;
+}
+
+std::vector<std::string> namesIn(const std::string& folder) {
+  std::vector<std::string> names;
+  if (DIR* dir = ::opendir(folder.c_str())) {
+    while (const dirent* entry = ::readdir(dir)) {
+      const std::string name = entry->d_name;
+      if (name != "." && name != "..") names.push_back(name);
+    }
+    ::closedir(dir);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+std::string fileBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+void writeBytes(const std::string& path, const std::string& bytes) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << bytes;
+  ASSERT_TRUE(out.good()) << path;
+}
+
+void execSql(const std::string& path, const std::string& sql) {
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
+            SQLITE_OK);
+  char* message = nullptr;
+  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &message), SQLITE_OK)
+      << (message ? message : "") << "\n"
+      << sql;
+  sqlite3_free(message);
+  sqlite3_close_v2(db);
+}
+
+std::string quickCheck(const std::string& path) {
+  sqlite3* db = nullptr;
+  std::string verdict;
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+    sqlite3_stmt* statement = nullptr;
+    if (sqlite3_prepare_v2(db, "PRAGMA quick_check", -1, &statement, nullptr) == SQLITE_OK &&
+        sqlite3_step(statement) == SQLITE_ROW) {
+      verdict = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
+    }
+    sqlite3_finalize(statement);
+  }
+  sqlite3_close_v2(db);
+  return verdict;
+}
+
+}  // namespace tw::test

@@ -1,0 +1,80 @@
+// Shared helpers of the scan library tests: a stand-in for the GUI thread, a private HOME and XDG
+// folders per test, and small scans written straight into a library folder.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "app/scan_library.h"
+#include "scan/directory_scanner.h"
+#include "scan/scan_node.h"
+#include "support/temp_tree.h"
+
+namespace tw::test {
+
+// Callbacks posted to the "GUI thread" wait here until the test runs them on its own thread.
+class MainQueue {
+ public:
+  MainQueue();
+  Executor executor() const;
+  // Runs posted callbacks until `done` answers true; false when `seconds` pass first.
+  bool runUntil(const std::function<bool()>& done, double seconds = 60);
+  // Runs what is queued now and what arrives within `seconds`.
+  void drain(double seconds = 0.2);
+
+ private:
+  struct Inner {
+    std::mutex mutex;
+    std::condition_variable posted;
+    std::deque<std::function<void()>> queue;
+  };
+  std::shared_ptr<Inner> inner_;
+};
+
+// A fresh XDG_DATA_HOME per test and empty preferences. HOME, XDG_CONFIG_HOME and
+// XDG_RUNTIME_DIR point into one temporary folder for the whole test program.
+class LibraryTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // A library on the real thread pool whose callbacks go through `main`.
+  std::unique_ptr<ScanLibrary> makeLibrary(ScanLibrary::Options options = {});
+  // Saves through `library` as an accepted scan and waits for the save to finish.
+  SaveOutcome acceptAndWait(ScanLibrary& library, const ScanNodeRef& root);
+  RestoreOutcome restoreAndWait(ScanLibrary& library);
+
+  std::string libraryFolder() const { return data.path("Tarnwell"); }
+  std::string historyFolder() const { return data.path("Tarnwell/History"); }
+  std::string cacheFile() const { return data.path("Tarnwell/LastScan.sqlite"); }
+
+  TempTree data;
+  MainQueue main;
+  std::vector<std::string> logged;  // lines the libraries made by makeLibrary logged
+  std::mutex loggedMutex;
+};
+
+// A scan of `location` taken at `date` with `files` files of 4096 bytes.
+ScanNodeRef makeScan(const std::string& location, double date, int files = 3);
+// Writes a scan of `location` at `date` to `path` as a complete scan database.
+void writeScan(const std::string& path, const std::string& location, double date, int files = 3);
+// The location and date stored in a scan database ("" and 0 when unreadable).
+std::string storedLocation(const std::string& path);
+double storedDate(const std::string& path);
+// Names in `folder`, hidden ones included, sorted bytewise.
+std::vector<std::string> namesIn(const std::string& folder);
+std::string fileBytes(const std::string& path);
+void writeBytes(const std::string& path, const std::string& bytes);
+// Runs SQL on a file through a plain connection, creating the file when missing.
+void execSql(const std::string& path, const std::string& sql);
+// SQLite's verdict on a file's structure ("ok" when whole), read-only.
+std::string quickCheck(const std::string& path);
+
+}  // namespace tw::test
