@@ -11,11 +11,12 @@
 #include "app/appearance.h"
 #include "app/build_info.h"
 #include "app/instance_channel.h"
-#include "app/library_folder.h"
 #include "app/main_window.h"
 #include "app/menus.h"
 #include "app/preferences.h"
+#include "app/scan_library.h"
 #include "app/settings_dialog.h"
+#include "platform/paths.h"
 
 namespace tw {
 
@@ -39,12 +40,14 @@ Application::Launch Application::start() {
   registerDefaultPreferences();
   steps_ << QStringLiteral("defaults");
 
+  library_ = std::make_unique<ScanLibrary>();
+
   const bool locked = takeInstanceLock();
   steps_ << QStringLiteral("lock");
   if (!locked) {
     // Another copy runs: let it come forward with our activation token, then stop.
     const QByteArray token = qgetenv("XDG_ACTIVATION_TOKEN");
-    forwardActivation(instanceSocketPath(libraryFolderPath()), token);
+    forwardActivation(instanceSocketPath(library_->libraryFolderPath()), token);
     steps_ << QStringLiteral("forward");
     return Launch::Duplicate;
   }
@@ -52,20 +55,21 @@ Application::Launch Application::start() {
   server_ = new InstanceServer(this);
   connect(server_, &InstanceServer::activationRequested, this,
           &Application::activateFromAnotherCopy);
-  if (!server_->listen(instanceSocketPath(libraryFolderPath()))) {
+  if (!server_->listen(instanceSocketPath(library_->libraryFolderPath()))) {
     std::fprintf(stderr, "Tarnwell: a later copy cannot hand over to this one: %s\n",
                  qPrintable(server_->errorString()));
   }
   steps_ << QStringLiteral("listen");
   // Unfinished writes left by a copy that crashed; only the lock holder may touch them.
-  QThreadPool::globalInstance()->start([] { removeStalePendingLibraryFiles(std::time(nullptr)); });
+  QThreadPool::globalInstance()->start(
+      [library = library_.get()] { library->removeStalePendingFiles(std::time(nullptr)); });
 
   if (auto* app = qobject_cast<QApplication*>(QCoreApplication::instance())) {
     applyDarkAppearance(*app);
   }
   steps_ << QStringLiteral("appearance");
 
-  discardInterruptedScanIfNeeded();
+  library_->discardInterruptedScanIfNeeded();
   steps_ << QStringLiteral("marker");
 
   buildMainWindow();
@@ -84,7 +88,9 @@ void Application::applyApplicationIcon() {
 }
 
 bool Application::takeInstanceLock() {
-  if (std::optional<Error> error = lock_.acquire(instanceLockPath())) {
+  const std::string lockPath =
+      appendPathComponent(library_->libraryFolderPath(), kInstanceLockFileName);
+  if (std::optional<Error> error = lock_.acquire(lockPath)) {
     // Held by another copy, or unusable: either way this copy does not run.
     return false;
   }

@@ -8,7 +8,7 @@
 // activation token to the running copy and builds nothing.
 //
 // The rest of the shell sits beside it: preferences.h (keys, defaults, raw-path values and the
-// scanner's settings), library_folder.h, instance_lock.h and instance_channel.h.
+// scanner's settings), scan_library.h (the library folder), instance_lock.h and instance_channel.h.
 #pragma once
 
 #include <QByteArray>
@@ -25,6 +25,7 @@
 namespace tw {
 
 class InstanceServer;
+class ScanLibrary;
 
 // Identity on the desktop: the desktop entry's name (without ".desktop") and the icon resource.
 inline constexpr const char* kDesktopFileName = "org.tarnwell.Tarnwell";
@@ -50,6 +51,8 @@ class Application : public QObject {
   MainWindow* mainWindow() const { return window_; }
   SettingsDialog* settingsDialog() const { return settings_; }
   AboutDialog* aboutDialog() const { return about_; }
+  // The library folder with the saved scans; it exists once start() has run.
+  ScanLibrary* library() const { return library_.get(); }
 
  public slots:
   void showSettings();
@@ -68,6 +71,7 @@ class Application : public QObject {
   void buildMainWindow();
 
   QStringList steps_;
+  std::unique_ptr<ScanLibrary> library_;
   InstanceLock lock_;
   InstanceServer* server_ = nullptr;
   QPointer<MainWindow> window_;

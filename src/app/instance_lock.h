@@ -10,6 +10,9 @@
 
 namespace tw {
 
+// The lock file's name in the library folder (part of the folder's on-disk layout).
+inline constexpr const char* kInstanceLockFileName = "Instance.lock";
+
 class InstanceLock {
  public:
   InstanceLock() = default;

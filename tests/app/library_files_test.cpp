@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <utime.h>
 
 #include <regex>
@@ -84,10 +85,14 @@ TEST(LibraryPendingFiles, OnlyPendingFilesUntouchedForTenMinutesAreRemoved) {
   touch(tree.path("History/.2-A.sqlite-C.pending"));
   touch(tree.path("History/1-A.sqlite"), 3600);
   tree.folder("History/old.pending");
+  touch(tree.path(".pending"), 3600);  // nothing before the suffix: not ours
+  const std::string target = tree.file("keep.txt", 10);
+  ASSERT_EQ(::symlink(target.c_str(), tree.path("link.pending").c_str()), 0);
   EXPECT_EQ(library::removeStalePendingFiles(tree.root(), ::time(nullptr)), 1);
   EXPECT_EQ(library::removeStalePendingFiles(tree.path("History"), ::time(nullptr)), 1);
   EXPECT_EQ(namesIn(tree.root()),
-            (std::vector<std::string>{"History", "LastScan-NEW.pending", "LastScan.sqlite"}));
+            (std::vector<std::string>{".pending", "History", "LastScan-NEW.pending",
+                                      "LastScan.sqlite", "keep.txt", "link.pending"}));
   EXPECT_EQ(namesIn(tree.path("History")),
             (std::vector<std::string>{".2-A.sqlite-C.pending", "1-A.sqlite", "old.pending"}));
 }
