@@ -4,6 +4,8 @@
 #include <QMutex>
 #include <QVariantMap>
 
+#include "app/library_preferences.h"
+
 namespace tw {
 
 namespace {
@@ -16,18 +18,6 @@ QMutex& defaultsMutex() {
 QVariantMap& registeredDefaults() {
   static QVariantMap defaults;
   return defaults;
-}
-
-// Printable ASCII stays readable in the settings file; "%" itself is always encoded.
-const QByteArray& unencodedCharacters() {
-  static const QByteArray chars = [] {
-    QByteArray out;
-    for (char c = 0x20; c < 0x7f; ++c) {
-      if (c != '%') out.append(c);
-    }
-    return out;
-  }();
-  return chars;
 }
 
 }  // namespace
@@ -51,15 +41,13 @@ QVariant preferenceValue(const QSettings& settings, const QString& key) {
   return registeredDefaults().value(key);
 }
 
+// One encoding for every stored path, shared with the scan library's own preferences.
 QString encodePathForPreferences(const std::string& path) {
-  const QByteArray bytes(path.data(), static_cast<qsizetype>(path.size()));
-  return QString::fromLatin1(bytes.toPercentEncoding(unencodedCharacters()));
+  return library::encodePathForSettings(path);
 }
 
 std::string decodePathFromPreferences(const QString& stored) {
-  // Anything outside ASCII in a stored value was typed in by hand; take it as UTF-8.
-  const QByteArray bytes = QByteArray::fromPercentEncoding(stored.toUtf8());
-  return std::string(bytes.constData(), static_cast<std::size_t>(bytes.size()));
+  return library::decodePathFromSettings(stored);
 }
 
 std::vector<std::string> pathListPreference(const QSettings& settings, const QString& key) {
