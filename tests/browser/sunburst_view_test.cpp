@@ -12,7 +12,7 @@
 
 #include "browser/sunburst_angles.h"
 #include "browser/sunburst_colors.h"
-#include "browser/sunburst_test_tree.h"
+#include "support/scan_trees.h"
 
 namespace tw {
 namespace {

@@ -1,89 +1,32 @@
-// tarnwell-scan as a user runs it: the JSON line of figures, the plain listing, the exit status
-// and messages for roots it cannot scan, and bad arguments.
-#include <fcntl.h>
+// tarnwell-scan as a user runs it: the JSON line of figures, the plain listing, saving a scan
+// database and showing it again, the exit status and messages for roots it cannot scan, and bad
+// arguments.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "scan/directory_scanner.h"
+#include "store/scan_store.h"
 #include "support/temp_tree.h"
+#include "ui/byte_count.h"
 
 namespace tw {
 namespace {
 
 using test::allocatedSize;
+using test::ProcessRun;
 using test::TempTree;
 
-std::string toolPath() {
-  return TARNWELL_SCAN_TOOL;
-}
-
-struct ToolRun {
-  int status = -1;  // exit status; -1 when it crashed, -2 when it hung and was stopped
-  std::string out;
-  std::string err;
-};
-
-std::string readAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
 // Runs tarnwell-scan with `args`, as user nobody when asked; a run longer than 20 s is stopped.
-ToolRun runTool(const std::vector<std::string>& args, bool unprivileged = false) {
-  TempTree outputs;
-  const std::string outPath = outputs.path("out"), errPath = outputs.path("err");
-  const int outFd = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  const int errFd = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  const std::string tool = toolPath();
-  std::vector<char*> argv{const_cast<char*>(tool.c_str())};
-  for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
-  argv.push_back(nullptr);
-  auto exec = [&] {
-    dup2(outFd, STDOUT_FILENO);
-    dup2(errFd, STDERR_FILENO);
-    execv(tool.c_str(), argv.data());
-    return 127;
-  };
-
-  ToolRun run;
-  if (unprivileged) {
-    run.status = test::runUnprivileged(exec);
-  } else {
-    const pid_t pid = fork();
-    if (pid == 0) _exit(exec());
-    int status = 0;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    pid_t done = 0;
-    while ((done = waitpid(pid, &status, WNOHANG)) == 0 &&
-           std::chrono::steady_clock::now() < deadline)
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    if (done == 0) {
-      kill(pid, SIGKILL);
-      waitpid(pid, &status, 0);
-      run.status = -2;
-    } else {
-      run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-  }
-  close(outFd);
-  close(errFd);
-  run.out = readAll(outPath);
-  run.err = readAll(errPath);
-  return run;
+ProcessRun runTool(std::vector<std::string> args, bool unprivileged = false) {
+  args.insert(args.begin(), TARNWELL_SCAN_TOOL);
+  return test::runProcess(args, unprivileged);
 }
 
 // The text after `"key":` in a JSON line, up to the next comma or brace.
@@ -99,32 +42,13 @@ uint64_t jsonNumber(const std::string& line, const std::string& key) {
   return std::strtoull(jsonValue(line, key).c_str(), nullptr, 10);
 }
 
-// Byte counts as people read them: "0", whole bytes below 1000, else one decimal in 1000s.
-std::string byteText(uint64_t bytes) {
-  if (bytes == 0) return "0";
-  if (bytes < 1000) return std::to_string(bytes) + " B";
-  const char* units[] = {"KB", "MB", "GB", "TB"};
-  double value = static_cast<double>(bytes) / 1000;
-  int unit = 0;
-  while (value >= 1000 && unit < 3) {
-    value /= 1000;
-    ++unit;
-  }
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f %s", value, units[unit]);
-  return text;
-}
-
+// The lines of `text`, each without its leading spaces.
 std::vector<std::string> lines(const std::string& text) {
   std::vector<std::string> out;
   std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) out.push_back(line);
+  for (std::string line; std::getline(in, line);)
+    out.push_back(line.substr(std::min(line.find_first_not_of(' '), line.size())));
   return out;
-}
-
-std::string trimmed(const std::string& text) {
-  const std::size_t first = text.find_first_not_of(' ');
-  return first == std::string::npos ? std::string() : text.substr(first);
 }
 
 // --- Figures ----------------------------------------------------------------------------------
@@ -141,24 +65,23 @@ TEST(TarnwellScanJson, OneLineWithTheFiguresOfAKnownTree) {
                 static_cast<unsigned long long>(snapshot.fingerprint));
 
   for (const char* threads : {"1", "2", "4"}) {
-    ToolRun run = runTool({"--threads", threads, "--json", tree.root()});
+    ProcessRun run = runTool({"--threads", threads, "--json", tree.root()});
     ASSERT_EQ(run.status, 0) << run.err;
     ASSERT_EQ(lines(run.out).size(), 1u) << run.out;
     const std::string line = lines(run.out)[0];
     EXPECT_EQ(line.front(), '{');
     EXPECT_EQ(line.back(), '}');
-    for (const char* key : {"entries", "nodes", "bytes", "fingerprint", "items", "issues", "walk_s",
-                            "sort_s", "peak_rss_bytes"})
-      EXPECT_NE(jsonValue(line, key), "<missing>") << key;
+    for (const char* key : {"walk_s", "sort_s"}) {
+      const std::string seconds = jsonValue(line, key);
+      EXPECT_TRUE(seconds != "<missing>" && std::strtod(seconds.c_str(), nullptr) >= 0) << line;
+    }
     EXPECT_EQ(jsonNumber(line, "bytes"), bytes);
     // Six items; the second name of the hard link is summed into the fingerprint but not visited.
     EXPECT_EQ(jsonNumber(line, "entries"), 5u);
     EXPECT_EQ(jsonNumber(line, "items"), 6u);
     EXPECT_EQ(jsonNumber(line, "nodes"), 6u);  // the root and five items
     EXPECT_EQ(jsonValue(line, "fingerprint"), fingerprint);
-    EXPECT_EQ(jsonNumber(line, "issues"), 0u);
-    EXPECT_GE(std::strtod(jsonValue(line, "walk_s").c_str(), nullptr), 0.0);
-    EXPECT_GE(std::strtod(jsonValue(line, "sort_s").c_str(), nullptr), 0.0);
+    EXPECT_EQ(jsonValue(line, "issues"), "0");
     EXPECT_GT(jsonNumber(line, "peak_rss_bytes"), 0u);
   }
 }
@@ -167,7 +90,7 @@ TEST(TarnwellScanJson, RootThatIsNotUtf8StillGivesValidJson) {
   TempTree tree;
   const std::string root = tree.folder("caf\xe9");
   tree.file("caf\xe9/x.bin", 4096);
-  ToolRun run = runTool({"--json", root});
+  ProcessRun run = runTool({"--json", root});
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.out.find("caf\xe9"), std::string::npos);
   EXPECT_NE(run.out.find("caf\xEF\xBF\xBD"), std::string::npos) << run.out;
@@ -185,74 +108,86 @@ TEST(TarnwellScanListing, ChildrenLargestFirstWithByteCountText) {
   ASSERT_GT(big, mid);
   ASSERT_GT(mid, odd);
 
-  ToolRun run = runTool({tree.root()});
+  ProcessRun run = runTool({tree.root()});
   ASSERT_EQ(run.status, 0) << run.err;
   const std::vector<std::string> out = lines(run.out);
   ASSERT_GE(out.size(), 5u) << run.out;
-  EXPECT_EQ(out[0],
-            byteText(big + mid + odd) + "  " + tree.root().substr(tree.root().rfind('/') + 1));
-  EXPECT_EQ(trimmed(out[1]), byteText(big) + "  big.bin");
-  EXPECT_EQ(trimmed(out[2]), byteText(mid) + "  mid/");
-  EXPECT_EQ(trimmed(out[3]), byteText(odd) + "  caf\xe9.bin");  // the name's bytes as they are
-  EXPECT_EQ(trimmed(out[4]), "0  empty.txt");
+  EXPECT_EQ(out[0], formatByteCount(big + mid + odd) + "  " +
+                        tree.root().substr(tree.root().rfind('/') + 1));
+  EXPECT_EQ(out[1], formatByteCount(big) + "  big.bin");
+  EXPECT_EQ(out[2], formatByteCount(mid) + "  mid/");
+  EXPECT_EQ(out[3], formatByteCount(odd) + "  caf\xe9.bin");  // the name's bytes as they are
+  EXPECT_EQ(out[4], "0  empty.txt");
   EXPECT_EQ(run.err, "");
 }
 
 TEST(TarnwellScanListing, IssuesArePrintedAfterTheChildren) {
-  if (geteuid() != 0) GTEST_SKIP() << "needs root to run the tool as user nobody";
+  TW_SKIP_UNLESS_ROOT();
   TempTree tree;
   tree.file("locked/secret.bin", 4096);
   tree.file("open.bin", 4096);
   chmod(tree.path("locked").c_str(), 0700);
-  ToolRun run = runTool({tree.root()}, /*unprivileged=*/true);
+  ProcessRun run = runTool({tree.root()}, /*unprivileged=*/true);
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_NE(run.out.find("1 scan issue:\n  " + tree.path("locked") + ": Permission denied\n"),
             std::string::npos)
       << run.out;
 }
 
-// --- Roots that cannot be scanned -------------------------------------------------------------
+// --- Saved scans ------------------------------------------------------------------------------
 
-TEST(TarnwellScanRoots, MissingRootExitsWithTheIssueText) {
+TEST(TarnwellScanSaved, SavesTheScanAndShowsItAgainWithoutScanning) {
   TempTree tree;
-  ToolRun run = runTool({tree.path("nothing-here")});
-  EXPECT_NE(run.status, 0);
-  EXPECT_GT(run.status, 0) << "crashed or hung";
-  EXPECT_NE(run.err.find(tree.path("nothing-here") + ": No such file or directory"),
-            std::string::npos)
-      << run.err;
+  tree.file("scanned/big.bin", 200000);
+  tree.file("scanned/sub/small.txt", 100);
+  const std::string database = tree.path("out/scan.sqlite");
+  ProcessRun saved = runTool({"--json", "-o", database, tree.path("scanned")});
+  ASSERT_EQ(saved.status, 0) << saved.err;
+  EXPECT_NE(jsonValue(saved.out, "write_s"), "<missing>") << saved.out;
+  EXPECT_NE(jsonValue(saved.out, "walk_s"), "<missing>") << saved.out;
+  auto metadata = ScanStore::metadataAt(database);
+  ASSERT_TRUE(metadata);
+  EXPECT_EQ(metadata->locationPath, tree.path("scanned"));
+
+  ProcessRun opened = runTool({"--json", "--open", database});
+  ASSERT_EQ(opened.status, 0) << opened.err;
+  EXPECT_NE(jsonValue(opened.out, "open_s"), "<missing>") << opened.out;
+  EXPECT_EQ(jsonValue(opened.out, "children"), "2") << opened.out;
+
+  ProcessRun listed = runTool({"--open", database});
+  ASSERT_EQ(listed.status, 0) << listed.err;
+  for (const std::string& text :
+       {std::string("big.bin"), std::string("sub/"), "Location: " + tree.path("scanned")})
+    EXPECT_NE(listed.out.find(text), std::string::npos) << listed.out;
 }
 
-TEST(TarnwellScanRoots, RegularFileRootExitsWithTheIssueText) {
+// --- Inputs that cannot be scanned or opened --------------------------------------------------
+
+TEST(TarnwellScanRoots, RootsThatCannotBeScannedExitWithTheIssueText) {
   TempTree tree;
   const std::string file = tree.file("plain.txt", 100);
-  for (bool json : {false, true}) {
-    ToolRun run = json ? runTool({"--json", file}) : runTool({file});
-    EXPECT_GT(run.status, 0) << "crashed, hung or succeeded";
-    EXPECT_NE(run.err.find(file + ": Not a directory"), std::string::npos) << run.err;
-  }
-}
-
-TEST(TarnwellScanRoots, FifoRootFailsWithoutWaiting) {
-  TempTree tree;
-  const std::string fifo = tree.fifo("pipe");
-  ToolRun run = runTool({fifo});
-  EXPECT_GT(run.status, 0) << "crashed, hung or succeeded";
-  EXPECT_NE(run.err.find(fifo + ": Not a directory"), std::string::npos) << run.err;
-}
-
-TEST(TarnwellScanRoots, UnreadableRootExitsWithPermissionDenied) {
-  if (geteuid() != 0) GTEST_SKIP() << "needs root to run the tool as user nobody";
-  TempTree tree;
   const std::string locked = tree.folder("locked");
   tree.file("locked/secret.bin", 4096);
   chmod(locked.c_str(), 0700);
-  ToolRun run = runTool({locked}, /*unprivileged=*/true);
-  EXPECT_GT(run.status, 0);
-  EXPECT_NE(run.err.find(locked + ": Permission denied"), std::string::npos) << run.err;
+  struct Case {
+    std::vector<std::string> args;
+    std::string message;
+    bool asNobody = false;
+  } cases[] = {
+      {{tree.path("nothing-here")}, tree.path("nothing-here") + ": No such file or directory"},
+      {{file}, file + ": Not a directory"},
+      {{"--json", file}, file + ": Not a directory"},
+      {{tree.fifo("pipe")}, tree.path("pipe") + ": Not a directory"},  // without waiting
+      {{locked}, locked + ": Permission denied", true},
+      {{"--open", file}, "Open scan database: file is not a database"},
+  };
+  for (const Case& c : cases) {
+    if (c.asNobody && geteuid() != 0) continue;  // only root can become nobody
+    ProcessRun run = runTool(c.args, c.asNobody);
+    EXPECT_EQ(run.status, 1) << c.message << ": crashed, hung or succeeded";
+    EXPECT_NE(run.err.find(c.message), std::string::npos) << run.err;
+  }
 }
-
-// --- Arguments --------------------------------------------------------------------------------
 
 TEST(TarnwellScanArguments, BadArgumentsExitTwoWithUsage) {
   TempTree tree;
@@ -272,12 +207,12 @@ TEST(TarnwellScanArguments, BadArgumentsExitTwoWithUsage) {
   for (const auto& args : cases) {
     std::string shown;
     for (const std::string& arg : args) shown += "'" + arg + "' ";
-    ToolRun run = runTool(args);
+    ProcessRun run = runTool(args);
     EXPECT_EQ(run.status, 2) << shown;
     EXPECT_NE(run.err.find("usage: tarnwell-scan"), std::string::npos) << shown;
     EXPECT_EQ(run.out, "") << shown;
   }
-  ToolRun help = runTool({"--help"});
+  ProcessRun help = runTool({"--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_NE(help.out.find("usage: tarnwell-scan"), std::string::npos);
 }

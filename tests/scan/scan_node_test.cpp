@@ -7,32 +7,31 @@
 #include <thread>
 #include <vector>
 
+#include "support/scan_trees.h"
+
 namespace tw {
 namespace {
 
-// Builds children of `parent` from (name, size) pairs.
-std::vector<ScanNode*> addFiles(ScanNode* parent,
-                                const std::vector<std::pair<std::string, uint64_t>>& files) {
-  std::vector<ScanNode*> made;
-  for (const auto& [name, size] : files) {
-    ScanNode* n = parent->createNode(name, false);
-    n->setSize(size);
-    parent->addChild(n);
-    made.push_back(n);
-  }
-  return made;
+using test::addFiles;
+using test::childNames;
+using test::Names;
+
+ScanNode* addGroup(ScanNode* parent, std::string_view name, uint64_t size, bool aggregate = true) {
+  ScanNode* group = test::addNode(parent, name, aggregate, size);
+  if (aggregate) group->setAggregate(true);
+  if (!aggregate) group->setVirtualNode(true);
+  return group;
 }
 
-std::vector<std::string> childNames(ScanNode* node) {
-  std::vector<std::string> names;
-  for (ScanNode* c : node->children()) names.emplace_back(c->name());
-  return names;
-}
-
-uint64_t sumOfChildren(ScanNode* node) {
-  uint64_t sum = 0;
-  for (ScanNode* c : node->children()) sum += c->size();
-  return sum;
+// A sorted root at `path` of total `size` holding the files of `spec` ("name:size …").
+ScanNodeRef sorted(std::string_view path, uint64_t size, std::string_view spec,
+                   bool volumeRoot = false) {
+  ScanNodeRef root = ScanNode::makeRoot(path, true);
+  root->setVolumeRoot(volumeRoot);
+  addFiles(root.get(), spec);
+  root->setSize(size);
+  EXPECT_TRUE(root->sortRecursively());
+  return root;
 }
 
 TEST(ScanNode, RootOfFileSystemIsNamedSlashAndKeepsItsPath) {
@@ -49,30 +48,21 @@ TEST(ScanNode, RootOfFileSystemIsNamedSlashAndKeepsItsPath) {
 TEST(ScanNode, PathIsRebuiltFromParentsSkippingSyntheticGroups) {
   ScanNodeRef root = ScanNode::makeRoot("/data", true);
   root->setName("Data Disk");  // a volume name does not change the root's own path
-  ScanNode* docs = root->createNode("docs", true);
-  root->addChild(docs);
-  ScanNode* group = docs->createNode(kSmallerObjectsName, true);
-  group->setAggregate(true);
-  docs->addChild(group);
-  ScanNode* file = group->createNode("bad\xff.txt", false);
-  group->addChild(file);
+  ScanNode* docs = test::addFolder(root.get(), "docs", 0);
+  ScanNode* group = addGroup(docs, kSmallerObjectsName, 0);
+  ScanNode* file = test::addFile(group, "bad\xff.txt", 0);
   EXPECT_EQ(docs->path(), "/data/docs");
   EXPECT_EQ(group->path(), "/data/docs");
   EXPECT_EQ(file->path(), "/data/docs/bad\xff.txt");
   ScanNodeRef slash = ScanNode::makeRoot("/", true);
-  ScanNode* usr = slash->createNode("usr", true);
-  slash->addChild(usr);
-  EXPECT_EQ(usr->path(), "/usr");
-  EXPECT_EQ(kSmallerObjectsName.substr(kSmallerObjectsName.size() - 3), "\u2026");
+  EXPECT_EQ(test::addFolder(slash.get(), "usr", 0)->path(), "/usr");
 }
 
 TEST(ScanNode, HandleToAChildKeepsTheWholeTreeAlive) {
   ScanNodeRef child;
   {
     ScanNodeRef root = ScanNode::makeRoot("/r", true);
-    ScanNode* c = root->createNode("c", false);
-    root->addChild(c);
-    child = c->ref();
+    child = test::addFile(root.get(), "c", 0)->ref();
   }
   ASSERT_NE(child->parent(), nullptr);
   EXPECT_EQ(child->parent()->name(), "r");
@@ -81,60 +71,30 @@ TEST(ScanNode, HandleToAChildKeepsTheWholeTreeAlive) {
 
 TEST(ScanNode, ChildOrderPutsOrdinaryThenAggregateThenVirtualLargestFirstThenNaturalName) {
   ScanNodeRef root = ScanNode::makeRoot("/r", true);
-  addFiles(root.get(), {{"f10", 5}, {"f2", 5}, {"big", 100}, {"F1", 5}});
-  ScanNode* hidden = root->createNode(kHiddenSpaceName, false);
-  hidden->setVirtualNode(true);
-  hidden->setSize(1000);
-  root->addChild(hidden);
-  ScanNode* group = root->createNode(kSmallerObjectsName, true);
-  group->setAggregate(true);
-  group->setSize(500);
-  root->addChild(group);
+  addFiles(root.get(), "f10:5 f2:5 big:100 F1:5");
+  addGroup(root.get(), kHiddenSpaceName, 1000, false);
+  addGroup(root.get(), kSmallerObjectsName, 500);
   root->setSize(0);  // no grouping: only the order
   ASSERT_TRUE(root->sortRecursively());
   EXPECT_EQ(childNames(root.get()),
-            (std::vector<std::string>{"big", "F1", "f2", "f10", std::string(kSmallerObjectsName),
-                                      std::string(kHiddenSpaceName)}));
+            (Names{"big", "F1", "f2", "f10", std::string(kSmallerObjectsName),
+                   std::string(kHiddenSpaceName)}));
 }
 
 TEST(ScanNode, EightChildrenAreNeverGroupedAndNineNeedTwoSmallOnes) {
-  ScanNodeRef eight = ScanNode::makeRoot("/a", true);
-  addFiles(eight.get(),
-           {{"a", 1000}, {"b", 1}, {"c", 1}, {"d", 1}, {"e", 1}, {"f", 1}, {"g", 1}, {"h", 1}});
-  eight->setSize(1007);
-  ASSERT_TRUE(eight->sortRecursively());
-  EXPECT_EQ(eight->children().size(), 8u);
-
+  EXPECT_EQ(sorted("/a", 1007, "a:1000 b:1 c:1 d:1 e:1 f:1 g:1 h:1")->children().size(), 8u);
   // Threshold = 0.005 × 1,000,000 = 5,000: only "small" is at or below it.
-  ScanNodeRef nine = ScanNode::makeRoot("/b", true);
-  addFiles(nine.get(), {{"a", 100000},
-                        {"b", 100000},
-                        {"c", 100000},
-                        {"d", 100000},
-                        {"e", 100000},
-                        {"f", 100000},
-                        {"g", 100000},
-                        {"h", 100000},
-                        {"small", 5000}});
-  nine->setSize(1000000);
-  ASSERT_TRUE(nine->sortRecursively());
+  ScanNodeRef nine =
+      sorted("/b", 1000000,
+             "a:100000 b:100000 c:100000 d:100000 e:100000 f:100000 g:100000 h:100000 "
+             "small:5000");
   EXPECT_EQ(nine->children().size(), 9u);
   for (ScanNode* c : nine->children()) EXPECT_FALSE(c->isAggregate());
 }
 
 TEST(ScanNode, SmallChildrenOfAFolderAreGroupedAtHalfAPercent) {
-  ScanNodeRef root = ScanNode::makeRoot("/r", true);
-  auto files = addFiles(root.get(), {{"a", 200000},
-                                     {"b", 200000},
-                                     {"c", 200000},
-                                     {"d", 200000},
-                                     {"e", 180000},
-                                     {"t1", 5000},
-                                     {"t2", 4000},
-                                     {"t3", 1},
-                                     {"t4", 5001}});
-  root->setSize(1000000);
-  ASSERT_TRUE(root->sortRecursively());
+  ScanNodeRef root = sorted(
+      "/r", 1000000, "a:200000 b:200000 c:200000 d:200000 e:180000 t1:5000 t2:4000 t3:1 t4:5001");
   // t4 (5001) is above the 5,000 threshold and stays; t1 (exactly 5,000), t2, t3 are grouped.
   auto names = childNames(root.get());
   ASSERT_EQ(names.size(), 7u);
@@ -144,24 +104,14 @@ TEST(ScanNode, SmallChildrenOfAFolderAreGroupedAtHalfAPercent) {
   EXPECT_TRUE(group->isDirectory());
   EXPECT_EQ(group->size(), 9001u);
   EXPECT_EQ(group->parent(), root.get());
-  EXPECT_EQ(childNames(group), (std::vector<std::string>{"t1", "t2", "t3"}));
+  EXPECT_EQ(childNames(group), (Names{"t1", "t2", "t3"}));
   for (ScanNode* c : group->children()) EXPECT_EQ(c->parent(), group);
-  EXPECT_EQ(files[6]->path(), "/r/t2");
+  EXPECT_EQ(group->children()[1]->path(), "/r/t2");
 }
 
 TEST(ScanNode, GroupOfZeroSizeChildrenIsNotAddedAndTheyStayInPlace) {
-  ScanNodeRef root = ScanNode::makeRoot("/r", true);
-  addFiles(root.get(), {{"a", 100},
-                        {"b", 100},
-                        {"c", 100},
-                        {"d", 100},
-                        {"e", 100},
-                        {"f", 100},
-                        {"g", 100},
-                        {"z1", 0},
-                        {"z2", 0}});
-  root->setSize(700);  // threshold 3: only the empty files are small
-  ASSERT_TRUE(root->sortRecursively());
+  // Threshold 3: only the empty files are small.
+  ScanNodeRef root = sorted("/r", 700, "a:100 b:100 c:100 d:100 e:100 f:100 g:100 z1:0 z2:0");
   EXPECT_EQ(root->children().size(), 9u);
   EXPECT_EQ(childNames(root.get()).back(), "z2");
   for (ScanNode* c : root->children()) EXPECT_EQ(c->parent(), root.get());
@@ -170,86 +120,46 @@ TEST(ScanNode, GroupOfZeroSizeChildrenIsNotAddedAndTheyStayInPlace) {
 TEST(ScanNode, VolumeRootKeepsSystemFoldersAndClonesOutOfGroups) {
   ScanNodeRef root = ScanNode::makeRoot("/", true);
   root->setVolumeRoot(true);
-  auto made = addFiles(root.get(), {{"huge", 10'000'000},
-                                    {"Library", 10},
-                                    {"Users", 10},
-                                    {"System", 10},
-                                    {"Applications", 10},
-                                    {"private", 10},
-                                    {"clone", 10},
-                                    {"x", 10},
-                                    {"y", 10}});
-  made[6]->setAPFSClone(true);
+  addFiles(root.get(),
+           "huge:10000000 Library:10 Users:10 System:10 Applications:10 private:10 clone:10 x:10 "
+           "y:10");
+  test::child(root.get(), "clone")->setAPFSClone(true);
   root->setSize(10'000'090);  // threshold 0.0005 × size = 5,000
   ASSERT_TRUE(root->sortRecursively());
   auto names = childNames(root.get());
   EXPECT_EQ(names.size(), 8u);
   EXPECT_EQ(names.back(), kSmallerObjectsName);
-  EXPECT_EQ(childNames(root->children().back()), (std::vector<std::string>{"x", "y"}));
+  EXPECT_EQ(childNames(root->children().back()), (Names{"x", "y"}));
 }
 
 TEST(ScanNode, VolumeRootUsesTheSmallerThreshold) {
-  ScanNodeRef root = ScanNode::makeRoot("/", true);
-  root->setVolumeRoot(true);
-  addFiles(root.get(), {{"a", 1'000'000},
-                        {"b", 1'000'000},
-                        {"c", 1'000'000},
-                        {"d", 1'000'000},
-                        {"e", 1'000'000},
-                        {"f", 1'000'000},
-                        {"g", 1'000'000},
-                        {"m1", 1000},
-                        {"m2", 1000}});
-  root->setSize(7'002'000);  // 0.05 % = 3,501: the 1000-byte files are grouped
-  ASSERT_TRUE(root->sortRecursively());
-  EXPECT_EQ(root->children().size(), 8u);
-  ScanNodeRef folder = ScanNode::makeRoot("/f", true);
-  addFiles(folder.get(), {{"a", 1'000'000},
-                          {"b", 1'000'000},
-                          {"c", 1'000'000},
-                          {"d", 1'000'000},
-                          {"e", 1'000'000},
-                          {"f", 1'000'000},
-                          {"g", 1'000'000},
-                          {"m1", 40000},
-                          {"m2", 40000}});
-  folder->setSize(7'080'000);  // 0.5 % = 35,400: the 40 KB files stay
-  ASSERT_TRUE(folder->sortRecursively());
-  EXPECT_EQ(folder->children().size(), 9u);
+  const char* big = "a:1000000 b:1000000 c:1000000 d:1000000 e:1000000 f:1000000 g:1000000 ";
+  // 0.05 % = 3,501: the 1000-byte files are grouped.
+  EXPECT_EQ(sorted("/", 7'002'000, std::string(big) + "m1:1000 m2:1000", true)->children().size(),
+            8u);
+  // 0.5 % = 35,400: the 40 KB files stay.
+  EXPECT_EQ(sorted("/f", 7'080'000, std::string(big) + "m1:40000 m2:40000")->children().size(), 9u);
 }
 
 TEST(ScanNode, AnExistingGroupMayGetASecondGroupOfTheSameName) {
   ScanNodeRef root = ScanNode::makeRoot("/r", true);
-  addFiles(root.get(), {{"a", 100000},
-                        {"b", 100000},
-                        {"c", 100000},
-                        {"d", 100000},
-                        {"e", 100000},
-                        {"f", 100000},
-                        {"g", 100000},
-                        {"s", 10}});
-  ScanNode* walkGroup = root->createNode(kSmallerObjectsName, true);
-  walkGroup->setAggregate(true);
-  walkGroup->setSize(20);
-  root->addChild(walkGroup);
+  addFiles(root.get(), "a:100000 b:100000 c:100000 d:100000 e:100000 f:100000 g:100000 s:10");
+  addGroup(root.get(), kSmallerObjectsName, 20);
   root->setSize(700030);
   ASSERT_TRUE(root->sortRecursively());
   auto names = childNames(root.get());
   ASSERT_EQ(names.size(), 8u);
   EXPECT_EQ(names.back(), kSmallerObjectsName);
   // The new group holds the walk's group and "s".
-  EXPECT_EQ(childNames(root->children().back()),
-            (std::vector<std::string>{"s", std::string(kSmallerObjectsName)}));
+  EXPECT_EQ(childNames(root->children().back()), (Names{"s", std::string(kSmallerObjectsName)}));
 }
 
 TEST(ScanNode, EmptyAggregatesAreDroppedBeforeSorting) {
   ScanNodeRef root = ScanNode::makeRoot("/r", true);
-  ScanNode* empty = root->createNode(kSmallerObjectsName, true);
-  empty->setAggregate(true);
-  root->addChild(empty);
-  addFiles(root.get(), {{"keep", 0}});
+  ScanNode* empty = addGroup(root.get(), kSmallerObjectsName, 0);
+  addFiles(root.get(), "keep:0");
   ASSERT_TRUE(root->sortRecursively());
-  EXPECT_EQ(childNames(root.get()), (std::vector<std::string>{"keep"}));
+  EXPECT_EQ(childNames(root.get()), (Names{"keep"}));
   std::vector<ScanNode*> list = {empty, root->children()[0]};
   ScanNode::dropEmptyAggregates(list);
   EXPECT_EQ(list.size(), 1u);
@@ -257,7 +167,7 @@ TEST(ScanNode, EmptyAggregatesAreDroppedBeforeSorting) {
 
 TEST(ScanNode, CancelCheckStopsTheSort) {
   ScanNodeRef root = ScanNode::makeRoot("/r", true);
-  addFiles(root.get(), {{"b", 1}, {"a", 2}});
+  addFiles(root.get(), "b:1 a:2");
   int asked = 0;
   EXPECT_FALSE(root->sortRecursively([&] { return ++asked > 1; }));
   EXPECT_TRUE(root->sortRecursively([] { return false; }));
@@ -268,8 +178,7 @@ TEST(ScanNode, LazyLoaderRunsOnceAndANullResultReadsAsEmptyAndLoaded) {
   int runs = 0;
   root->setLazyChildrenLoader([&](ScanNode& node) {
     ++runs;
-    ScanNode* c = node.createNode("loaded", false);
-    return std::vector<ScanNode*>{c};
+    return std::vector<ScanNode*>{node.createNode("loaded", false)};
   });
   EXPECT_FALSE(root->isChildrenLoaded());
   ASSERT_EQ(root->children().size(), 1u);
@@ -290,14 +199,13 @@ TEST(ScanNode, AddChildForcesAPendingLoadAndSetChildrenDropsTheLoader) {
   root->setLazyChildrenLoader(
       [](ScanNode& node) { return std::vector<ScanNode*>{node.createNode("old", false)}; });
   root->addChild(root->createNode("new", false));
-  EXPECT_EQ(childNames(root.get()), (std::vector<std::string>{"old", "new"}));
+  EXPECT_EQ(childNames(root.get()), (Names{"old", "new"}));
   root->setLazyChildrenLoader([](ScanNode&) -> std::vector<ScanNode*> {
     ADD_FAILURE();
     return {};
   });
-  ScanNode* only = root->createNode("only", false);
-  root->setChildren(std::vector<ScanNode*>{only, nullptr});
-  EXPECT_EQ(childNames(root.get()), (std::vector<std::string>{"only"}));
+  root->setChildren(std::vector<ScanNode*>{root->createNode("only", false), nullptr});
+  EXPECT_EQ(childNames(root.get()), (Names{"only"}));
 }
 
 TEST(ScanNode, ConcurrentReadersRunTheLoaderOnce) {
@@ -319,13 +227,8 @@ TEST(ScanNode, ConcurrentReadersRunTheLoaderOnce) {
 TEST(ScanNode, DeepTreesSortWithoutExhaustingTheStack) {
   ScanNodeRef root = ScanNode::makeRoot("/deep", true);
   ScanNode* node = root.get();
-  for (int i = 0; i < 200000; ++i) {
-    ScanNode* child = node->createNode("d", true);
-    node->addChild(child);
-    node = child;
-  }
+  for (int i = 0; i < 200000; ++i) node = test::addFolder(node, "d", 0);
   EXPECT_TRUE(root->sortRecursively());
-  EXPECT_EQ(sumOfChildren(root.get()), 0u);
 }
 
 TEST(ScanNode, NodeRecordStaysSmall) {

@@ -15,21 +15,13 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <climits>
-#include <condition_variable>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <mutex>
 #include <set>
-#include <sstream>
-#include <thread>
 
-#include "platform/error.h"
 #include "scan/dir_reader.h"
-#include "scan/directory_scanner.h"
+#include "support/scan_trees.h"
 #include "support/temp_tree.h"
 #include "support/test_volume_layout.h"
 
@@ -37,70 +29,15 @@ namespace tw {
 namespace {
 
 using test::allocatedSize;
+using test::child;
+using test::issuesText;
 using test::TempTree;
-
-// --- Helpers ----------------------------------------------------------------------------------
-
-// Ends the test run with a message when the guarded code takes longer than `seconds`, so a walk
-// that blocks fails instead of holding up the whole run.
-class Watchdog {
- public:
-  Watchdog(const char* what, int seconds) : what_(what) {
-    thread_ = std::thread([this, seconds] {
-      std::unique_lock lock(mutex_);
-      if (!wake_.wait_for(lock, std::chrono::seconds(seconds), [this] { return done_; })) {
-        std::fprintf(stderr, "HANG: %s did not finish within %d s\n", what_, seconds);
-        std::abort();
-      }
-    });
-  }
-  ~Watchdog() {
-    {
-      std::lock_guard lock(mutex_);
-      done_ = true;
-    }
-    wake_.notify_all();
-    thread_.join();
-  }
-
- private:
-  const char* what_;
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  bool done_ = false;
-  std::thread thread_;
-};
+using test::Watchdog;
 
 ScanResult scanWith(const std::string& path, int threads,
                     std::shared_ptr<const VolumeLayout> layout = nullptr,
                     const ProgressHandler& progress = nullptr) {
-  DirectoryScanner::Options options;
-  options.threads = threads;
-  options.layout = std::move(layout);
-  DirectoryScanner scanner(options);
-  return scanner.scanNow(path, 0, progress);
-}
-
-// The child called `name`, looking inside "smaller objects…" groups too.
-ScanNode* findChild(ScanNode* parent, std::string_view name) {
-  for (ScanNode* child : parent->children()) {
-    if (child->name() == name) return child;
-    if (child->isAggregate())
-      if (ScanNode* inside = findChild(child, name)) return inside;
-  }
-  return nullptr;
-}
-
-ScanNode* findPath(ScanNode* root, const std::string& relative) {
-  ScanNode* node = root;
-  std::size_t start = 0;
-  while (node && start <= relative.size()) {
-    std::size_t slash = relative.find('/', start);
-    if (slash == std::string::npos) slash = relative.size();
-    node = findChild(node, std::string_view(relative).substr(start, slash - start));
-    start = slash + 1;
-  }
-  return node;
+  return test::scanTree(path, std::move(layout), {}, threads, progress);
 }
 
 // Every real (not synthetic) node below and including `root`.
@@ -110,66 +47,37 @@ std::vector<ScanNode*> realNodes(ScanNode* root) {
     ScanNode* node = pending.back();
     pending.pop_back();
     if (!node->isSynthetic()) out.push_back(node);
-    for (ScanNode* child : node->children()) pending.push_back(child);
+    for (ScanNode* c : node->children()) pending.push_back(c);
   }
   return out;
 }
 
-std::string issuesText(const std::vector<ScanIssue>& issues) {
-  std::string out;
-  for (const ScanIssue& issue : issues) out += issue.path + ": " + issue.message + "\n";
-  return out;
+// A file of `bytes` written without a sync of its own (sync the file system once afterwards).
+void writeFile(const std::string& path, std::size_t bytes, char fill = 'x') {
+  test::writeFile(path, std::string(bytes, fill));
+}
+
+void writeFileAt(int dirfd, const char* name, std::size_t bytes) {
+  const int fd = openat(dirfd, name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  const std::string data(bytes, 'x');
+  ASSERT_EQ(write(fd, data.data(), data.size()), static_cast<ssize_t>(data.size())) << name;
+  close(fd);
 }
 
 // Everything a scan decided, in tree order, as one text.
 std::string serialize(const ScanResult& result) {
-  std::ostringstream out;
-  if (!result.root) return "no tree\n";
-  ScanNode* root = result.root.get();
-  out << "visited " << result.statistics.itemsVisited << " fingerprint "
-      << root->sourceFingerprint() << " items " << root->sourceItemCount() << "\n";
-  std::vector<std::pair<ScanNode*, int>> pending{{root, 0}};
-  while (!pending.empty()) {
-    auto [node, depth] = pending.back();
-    pending.pop_back();
-    out << std::string(depth, ' ') << node->path() << " [" << node->name() << "] size "
-        << node->size() << " dir " << node->isDirectory() << " pkg " << node->isPackage() << " agg "
-        << node->isAggregate() << " virt " << node->isVirtualNode() << " clone "
-        << node->isAPFSClone() << " elsewhere " << node->isCloneAllocationElsewhere() << " shared "
-        << node->cloneSharedSize() << " mtime " << node->modificationDate() << "\n";
-    auto children = node->children();
-    for (auto it = children.rbegin(); it != children.rend(); ++it)
-      pending.push_back({*it, depth + 1});
-  }
-  out << "issues\n" << issuesText(root->scanIssues());
-  return out.str();
-}
-
-// A file of `bytes` written without a sync of its own (sync the file system once afterwards).
-void writeFileAt(int dirfd, const std::string& name, std::size_t bytes, char fill = 'x') {
-  int fd = openat(dirfd, name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  ASSERT_GE(fd, 0) << name << ": " << std::strerror(errno);
-  std::string data(bytes, fill);
-  ASSERT_EQ(write(fd, data.data(), data.size()), static_cast<ssize_t>(data.size()));
-  close(fd);
-}
-
-void writeFile(const std::string& path, std::size_t bytes, char fill = 'x') {
-  writeFileAt(AT_FDCWD, path, bytes, fill);
+  return "visited " + std::to_string(result.statistics.itemsVisited) + "\n" +
+         test::describeTree(result.root.get());
 }
 
 // `count` empty files named prefix0, prefix1… in a new folder.
 void makeEmptyFiles(const std::string& folder, const std::string& prefix, int count) {
-  std::filesystem::create_directories(folder);
   for (int i = 0; i < count; ++i) writeFile(folder + "/" + prefix + std::to_string(i), 0);
 }
 
 void syncFileSystemOf(const std::string& path) {
   int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd >= 0) {
-    syncfs(fd);
-    close(fd);
-  }
+  if (fd >= 0) syncfs(fd), close(fd);
 }
 
 // Removes the folder `name` in `dirfd` and all it holds, through descriptors only, so paths of
@@ -181,87 +89,25 @@ void removeBelow(int dirfd, const char* name) {
     return;
   }
   DIR* dir = fdopendir(fd);
-  std::vector<std::pair<std::string, bool>> entries;
-  while (dirent* d = readdir(dir)) {
-    if (!std::strcmp(d->d_name, ".") || !std::strcmp(d->d_name, "..")) continue;
-    entries.emplace_back(d->d_name, d->d_type == DT_DIR);
-  }
-  for (const auto& [entry, isDir] : entries) {
-    if (isDir) {
-      removeBelow(fd, entry.c_str());
-    } else {
-      unlinkat(fd, entry.c_str(), 0);
-    }
-  }
+  std::vector<std::string> entries;
+  while (dirent* d = readdir(dir))
+    if (std::strcmp(d->d_name, ".") && std::strcmp(d->d_name, "..")) entries.push_back(d->d_name);
+  for (const std::string& entry : entries) removeBelow(fd, entry.c_str());
   closedir(dir);
   unlinkat(dirfd, name, AT_REMOVEDIR);
 }
 
-// Unmounts what it was given when the test ends, whatever happened.
-class MountGuard {
- public:
-  ~MountGuard() {
-    for (auto it = targets_.rbegin(); it != targets_.rend(); ++it)
-      if (umount2(it->c_str(), 0) != 0) umount2(it->c_str(), MNT_DETACH);
-  }
-  bool mount(const char* source, const std::string& target, const char* type, unsigned long flags,
-             const char* data) {
-    if (::mount(source, target.c_str(), type, flags, data) != 0) return false;
-    targets_.push_back(target);
-    return true;
-  }
-
- private:
-  std::vector<std::string> targets_;
-};
-
-// Whether mounting works here, asked once.
-bool mountAllowed() {
-  static const bool allowed = test::canMount();
-  return allowed;
-}
-
-// Only root can switch to user nobody; elsewhere the tests that need it are skipped.
-#define SKIP_UNLESS_ROOT() \
-  if (geteuid() != 0) GTEST_SKIP() << "needs root to run the walk as user nobody"
-
-// Runs `body` as user nobody; the text it returns (empty when all is well) comes back.
-std::string runUnprivilegedReporting(const std::function<std::string()>& body) {
-  int fds[2];
-  if (pipe(fds) != 0) return "pipe failed";
-  const int status = test::runUnprivileged([&] {
-    close(fds[0]);
-    alarm(20);  // a hung walk ends the child, and so fails the test
-    std::string report = body();
-    // Stay below the pipe's capacity: the parent reads only after the child has ended.
-    if (report.size() > 16000) report.resize(16000);
-    if (!report.empty() && write(fds[1], report.data(), report.size()) < 0) return 2;
-    return report.empty() ? 0 : 1;
-  });
-  close(fds[1]);
-  std::string report;
-  char buffer[4096];
-  for (ssize_t n; (n = read(fds[0], buffer, sizeof buffer)) > 0;) report.append(buffer, n);
-  close(fds[0]);
-  if (status == 125) return "could not become user nobody";
-  if (status != 0 && report.empty()) return "child ended with status " + std::to_string(status);
-  return report;
-}
-
-// The entries of a folder in the order the file system lists them (the walk's order).
-std::vector<std::string> listingOrder(const std::string& folder) {
-  std::vector<std::string> names;
-  DIR* dir = opendir(folder.c_str());
-  while (dirent* d = dir ? readdir(dir) : nullptr)
-    if (std::strcmp(d->d_name, ".") && std::strcmp(d->d_name, "..")) names.push_back(d->d_name);
-  if (dir) closedir(dir);
-  return names;
+// Two folders of 600 empty files each; returns their names in the order the walk meets them.
+std::vector<std::string> makeTwoWideFolders(TempTree& tree) {
+  makeEmptyFiles(tree.path("one"), "f", 600);
+  makeEmptyFiles(tree.path("two"), "g", 600);
+  return test::listFolder(tree.root(), false);
 }
 
 // --- Unreadable and vanishing items -----------------------------------------------------------
 
 TEST(ScannerUnreadable, PermissionDeniedFolderBecomesOneIssueAndSiblingsStillCount) {
-  SKIP_UNLESS_ROOT();
+  TW_SKIP_UNLESS_ROOT();
   TempTree tree;
   tree.file("locked/secret.bin", 65536);
   tree.file("locked/inner/more.bin", 4096);
@@ -269,7 +115,7 @@ TEST(ScannerUnreadable, PermissionDeniedFolderBecomesOneIssueAndSiblingsStillCou
   const uint64_t expected =
       allocatedSize(tree.file("open/a.bin", 8192)) + allocatedSize(tree.file("b.bin", 12288));
 
-  const std::string report = runUnprivilegedReporting([&]() -> std::string {
+  const std::string report = test::runUnprivilegedReporting([&]() -> std::string {
     std::string problems;
     for (int threads : {1, 2}) {
       ScanResult result = scanWith(tree.root(), threads);
@@ -282,10 +128,10 @@ TEST(ScannerUnreadable, PermissionDeniedFolderBecomesOneIssueAndSiblingsStillCou
       if (root->size() != expected)
         problems += tag + "root size " + std::to_string(root->size()) + " instead of " +
                     std::to_string(expected) + "\n";
-      ScanNode* locked = findChild(root, "locked");
+      ScanNode* locked = child(root, "locked");
       if (!locked || locked->size() != 0 || !locked->children().empty())
         problems += tag + "the locked folder is not an empty node\n";
-      if (!findPath(root, "open/a.bin") || !findChild(root, "b.bin"))
+      if (!test::find(root, "open/a.bin") || !child(root, "b.bin"))
         problems += tag + "a sibling is missing\n";
     }
     return problems;
@@ -294,7 +140,7 @@ TEST(ScannerUnreadable, PermissionDeniedFolderBecomesOneIssueAndSiblingsStillCou
 }
 
 TEST(ScannerUnreadable, EntriesOfAnUnsearchableFolderEachBecomeAnIssue) {
-  SKIP_UNLESS_ROOT();
+  TW_SKIP_UNLESS_ROOT();
   // Readable but not searchable: the names can be listed, their metadata cannot be read.
   TempTree tree;
   tree.file("listonly/x.bin", 4096);
@@ -302,7 +148,7 @@ TEST(ScannerUnreadable, EntriesOfAnUnsearchableFolderEachBecomeAnIssue) {
   chmod(tree.path("listonly").c_str(), 0744);
   const uint64_t expected = allocatedSize(tree.file("ok.bin", 4096));
 
-  const std::string report = runUnprivilegedReporting([&]() -> std::string {
+  const std::string report = test::runUnprivilegedReporting([&]() -> std::string {
     ScanResult result = scanWith(tree.root(), 2);
     if (!result.root) return "no tree";
     std::set<std::pair<std::string, std::string>> issues,
@@ -313,7 +159,7 @@ TEST(ScannerUnreadable, EntriesOfAnUnsearchableFolderEachBecomeAnIssue) {
     std::string problems;
     if (issues != want || result.root->scanIssues().size() != 2)
       problems += "issues were\n" + issuesText(result.root->scanIssues());
-    ScanNode* folder = findChild(result.root.get(), "listonly");
+    ScanNode* folder = child(result.root.get(), "listonly");
     if (!folder || !folder->children().empty()) problems += "unreadable entries got nodes\n";
     if (result.root->size() != expected) problems += "root size differs\n";
     return problems;
@@ -323,9 +169,7 @@ TEST(ScannerUnreadable, EntriesOfAnUnsearchableFolderEachBecomeAnIssue) {
 
 TEST(ScannerUnreadable, FolderRemovedBeforeTheWalkReachesItBecomesAnIssue) {
   TempTree tree;
-  makeEmptyFiles(tree.path("one"), "f", 600);
-  makeEmptyFiles(tree.path("two"), "g", 600);
-  const std::vector<std::string> order = listingOrder(tree.root());
+  const std::vector<std::string> order = makeTwoWideFolders(tree);
   ASSERT_EQ(order.size(), 2u);
   const std::string first = order[0], second = order[1];
 
@@ -342,7 +186,7 @@ TEST(ScannerUnreadable, FolderRemovedBeforeTheWalkReachesItBecomesAnIssue) {
   ASSERT_TRUE(result.root);
   const std::vector<ScanIssue> want = {{tree.path(second), "No such file or directory"}};
   EXPECT_EQ(result.root->scanIssues(), want);
-  ScanNode* walked = findChild(result.root.get(), first);
+  ScanNode* walked = child(result.root.get(), first);
   ASSERT_NE(walked, nullptr);
   EXPECT_EQ(realNodes(walked).size(), 601u);
 }
@@ -378,7 +222,7 @@ TEST(ScannerUnreadable, FilesComingAndGoingDuringTheWalkNeverBreakIt) {
     for (const ScanIssue& issue : result.root->scanIssues())
       if (issue.path.rfind(churn + "/", 0) != 0 || issue.message != "No such file or directory")
         problems += issue.path + ": " + issue.message + "\n";
-    ScanNode* stable = findChild(result.root.get(), "stable");
+    ScanNode* stable = child(result.root.get(), "stable");
     if (!stable || stable->size() != stableBytes) problems += "stable folder miscounted\n";
   }
   stop = true;
@@ -407,7 +251,7 @@ TEST(ScannerSpecialFiles, FifoAndSocketCountAsItemsOfSizeZero) {
     ScanNode* root = result.root.get();
     EXPECT_EQ(issuesText(root->scanIssues()), "");
     for (const char* name : {"pipe", "sock"}) {
-      ScanNode* node = findChild(root, name);
+      ScanNode* node = child(root, name);
       ASSERT_NE(node, nullptr) << name;
       EXPECT_EQ(node->size(), 0u) << name;
       EXPECT_FALSE(node->isDirectory()) << name;
@@ -422,9 +266,7 @@ TEST(ScannerSpecialFiles, FifoAndSocketCountAsItemsOfSizeZero) {
 TEST(ScannerSpecialFiles, FolderSwappedForAFifoMidWalkFailsFastAsAnIssue) {
   for (int threads : {1, 2}) {
     TempTree tree;
-    makeEmptyFiles(tree.path("one"), "f", 600);
-    makeEmptyFiles(tree.path("two"), "g", 600);
-    const std::vector<std::string> order = listingOrder(tree.root());
+    const std::vector<std::string> order = makeTwoWideFolders(tree);
     ASSERT_EQ(order.size(), 2u);
     const std::string second = order[1];
 
@@ -510,19 +352,21 @@ TEST(ScannerNames, NamesThatAreNotUtf8AreKeptByteForByte) {
   const std::string half = "half\xc3";              // a sequence cut short
   tree.file(folder + "/" + file, 4096);
   tree.file(half, 4096);
+  tree.setModificationTime(half, 1234567890.5);
 
   ScanResult result = scanWith(tree.root(), 2);
   ASSERT_TRUE(result.root);
   EXPECT_EQ(issuesText(result.root->scanIssues()), "");
-  ScanNode* folderNode = findChild(result.root.get(), folder);
+  ScanNode* folderNode = child(result.root.get(), folder);
   ASSERT_NE(folderNode, nullptr);
   EXPECT_EQ(std::string(folderNode->name()), folder);
-  ScanNode* fileNode = findChild(folderNode, file);
+  ScanNode* fileNode = child(folderNode, file);
   ASSERT_NE(fileNode, nullptr);
   EXPECT_EQ(fileNode->path(), tree.root() + "/" + folder + "/" + file);
-  ScanNode* halfNode = findChild(result.root.get(), half);
+  ScanNode* halfNode = child(result.root.get(), half);
   ASSERT_NE(halfNode, nullptr);
   EXPECT_EQ(halfNode->path(), tree.path(half));
+  EXPECT_DOUBLE_EQ(halfNode->modificationDate(), 1234567890.5);
   EXPECT_EQ(result.root->size(),
             allocatedSize(tree.path(folder + "/" + file)) + allocatedSize(tree.path(half)));
 
@@ -568,9 +412,9 @@ TEST(ScannerNames, PathLongerThanPathMaxIsWalkedToTheDeepestFile) {
   ASSERT_TRUE(result.root);
   EXPECT_EQ(issuesText(result.root->scanIssues()), "");
   ScanNode* node = result.root.get();
-  for (int level = 0; level < depth && node; ++level) node = findChild(node, name);
+  for (int level = 0; level < depth && node; ++level) node = child(node, name);
   ASSERT_NE(node, nullptr);
-  ScanNode* deepest = findChild(node, "deepest.bin");
+  ScanNode* deepest = child(node, "deepest.bin");
   ASSERT_NE(deepest, nullptr);
   EXPECT_EQ(deepest->path(), expectedPath);
   EXPECT_EQ(deepest->size(), static_cast<uint64_t>(st.st_blocks) * 512);
@@ -580,10 +424,10 @@ TEST(ScannerNames, PathLongerThanPathMaxIsWalkedToTheDeepestFile) {
 
 TEST(ScannerNames, FolderOfAHundredThousandEntriesIsCountedExactly) {
   TempTree tree;
-  MountGuard mounts;
+  test::MountGuard mounts;
   // Making 100,000 files on a disk file system can take many seconds on a slow machine; in memory
   // it takes well under one. The scan root stays a folder below the mount, not a whole disk.
-  if (mountAllowed()) mounts.mount("tarnwell-test", tree.folder("ram"), "tmpfs", 0, "size=64m");
+  if (test::canMount()) mounts.mount("tarnwell-test", tree.folder("ram"), "tmpfs", 0, "size=64m");
   const std::string top = tree.path("ram/top");
   constexpr int kEntries = 100000;
   const std::string folder = tree.folder("ram/top/wide");
@@ -596,8 +440,8 @@ TEST(ScannerNames, FolderOfAHundredThousandEntriesIsCountedExactly) {
     ASSERT_GE(fd, 0) << name;
     close(fd);
   }
-  writeFileAt(dirfd, "e000000", 4096);  // one entry with data, so the folder has a size
   close(dirfd);
+  writeFile(folder + "/e000000", 4096);  // one entry with data, so the folder has a size
   const uint64_t bytes = allocatedSize(folder + "/e000000");
 
   ScanResult result = scanWith(top, 2);
@@ -606,7 +450,7 @@ TEST(ScannerNames, FolderOfAHundredThousandEntriesIsCountedExactly) {
   EXPECT_EQ(result.statistics.itemsVisited, static_cast<uint64_t>(kEntries + 1));
   EXPECT_EQ(result.root->sourceItemCount(), kEntries + 1);
   EXPECT_EQ(result.root->size(), bytes);
-  ScanNode* wide = findChild(result.root.get(), "wide");
+  ScanNode* wide = child(result.root.get(), "wide");
   ASSERT_NE(wide, nullptr);
   std::set<std::string> names;
   for (ScanNode* node : realNodes(wide))
@@ -624,6 +468,7 @@ TEST(ScannerNames, SymbolicLinkLoopsAreNeitherFollowedNorCounted) {
   tree.symlink("..", "real/up");
   tree.symlink(tree.root(), "real/top");
   tree.symlink("data.bin", "real/alias.bin");
+  tree.symlink("nowhere", "real/dangling");
 
   Watchdog watchdog("walk over symbolic link loops", 20);
   ScanResult result = scanWith(tree.root(), 2);
@@ -632,10 +477,10 @@ TEST(ScannerNames, SymbolicLinkLoopsAreNeitherFollowedNorCounted) {
   EXPECT_EQ(result.root->size(), bytes);
   EXPECT_EQ(result.statistics.itemsVisited, 2u);  // real and data.bin
   EXPECT_EQ(result.root->sourceItemCount(), 2);
-  ScanNode* real = findChild(result.root.get(), "real");
+  ScanNode* real = child(result.root.get(), "real");
   ASSERT_NE(real, nullptr);
-  for (const char* link : {"a", "b", "self", "up", "top", "alias.bin"})
-    EXPECT_EQ(findChild(real, link), nullptr) << link;
+  for (const char* link : {"a", "b", "self", "up", "top", "alias.bin", "dangling"})
+    EXPECT_EQ(child(real, link), nullptr) << link;
 
   // A root that is itself a loop ends as an issue about the root.
   const std::string loop = tree.symlink(tree.path("loop"), "loop");
@@ -649,13 +494,13 @@ TEST(ScannerNames, SymbolicLinkLoopsAreNeitherFollowedNorCounted) {
 // --- Mounts below the root --------------------------------------------------------------------
 
 TEST(ScannerMounts, BindMountAndSeparateFileSystemBelowTheRootAreLeftOutSilently) {
-  if (!mountAllowed())
+  if (!test::canMount())
     GTEST_SKIP() << "mounting is not allowed here (needs root with CAP_SYS_ADMIN)";
   TempTree tree;
   const uint64_t bytes = allocatedSize(tree.file("data/file.bin", 1 << 20));
   tree.folder("ram");
   tree.folder("bind");
-  MountGuard mounts;
+  test::MountGuard mounts;
   ASSERT_TRUE(mounts.mount("tarnwell-test", tree.path("ram"), "tmpfs", 0, "size=8m"))
       << std::strerror(errno);
   ASSERT_TRUE(mounts.mount(tree.path("data").c_str(), tree.path("bind"), nullptr, MS_BIND, nullptr))
@@ -668,9 +513,9 @@ TEST(ScannerMounts, BindMountAndSeparateFileSystemBelowTheRootAreLeftOutSilently
     ASSERT_TRUE(result.root);
     EXPECT_EQ(issuesText(result.root->scanIssues()), "");
     EXPECT_EQ(result.root->size(), bytes);
-    EXPECT_EQ(findChild(result.root.get(), "ram"), nullptr);
-    EXPECT_EQ(findChild(result.root.get(), "bind"), nullptr);
-    EXPECT_NE(findPath(result.root.get(), "data/file.bin"), nullptr);
+    EXPECT_EQ(child(result.root.get(), "ram"), nullptr);
+    EXPECT_EQ(child(result.root.get(), "bind"), nullptr);
+    EXPECT_NE(test::find(result.root.get(), "data/file.bin"), nullptr);
     EXPECT_EQ(result.statistics.itemsVisited, 2u);
 
     // The snapshot draws the same boundary, or saved fingerprints would never match.
@@ -703,12 +548,13 @@ std::optional<uint64_t> firstSharedExtent(const std::string& path) {
 class XfsReflinkTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    if (!mountAllowed()) GTEST_SKIP() << "mounting is not allowed here; reflink test skipped";
+    if (!test::canMount()) GTEST_SKIP() << "mounting is not allowed here; reflink test skipped";
     if (std::system("command -v mkfs.xfs >/dev/null 2>&1") != 0)
       GTEST_SKIP() << "mkfs.xfs is missing (package xfsprogs); reflink test skipped";
     image_ = tree_.path("xfs.img");
     mountPoint_ = tree_.folder("mnt");
-    ASSERT_EQ(truncate(writeEmpty(image_).c_str(), 512ll << 20), 0);
+    test::writeFile(image_, "");
+    ASSERT_EQ(truncate(image_.c_str(), 512ll << 20), 0);
     if (std::system(("mkfs.xfs -q -m reflink=1 '" + image_ + "' >/dev/null 2>&1").c_str()) != 0)
       GTEST_SKIP() << "mkfs.xfs could not make a reflink file system here";
     if (std::system(("mount -o loop '" + image_ + "' '" + mountPoint_ + "' 2>/dev/null").c_str()) !=
@@ -731,10 +577,6 @@ class XfsReflinkTest : public ::testing::Test {
     if (mounted_ && umount2(mountPoint_.c_str(), 0) != 0) umount2(mountPoint_.c_str(), MNT_DETACH);
   }
 
-  static std::string writeEmpty(const std::string& path) {
-    close(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    return path;
-  }
   int reflink(const std::string& from, const std::string& to) {
     return std::system(
         ("cp --reflink=always '" + dir_ + "/" + from + "' '" + dir_ + "/" + to + "'").c_str());
@@ -801,7 +643,7 @@ TEST_F(XfsReflinkTest, FolderScanKeepsBothCopiesAtFullSizeMarkedAsClones) {
   ASSERT_TRUE(result.root);
   EXPECT_FALSE(result.root->isVolumeRoot());
   for (const char* name : {"original.bin", "copy.bin"}) {
-    ScanNode* node = findChild(result.root.get(), name);
+    ScanNode* node = child(result.root.get(), name);
     ASSERT_NE(node, nullptr) << name;
     EXPECT_TRUE(node->isAPFSClone()) << name;
     EXPECT_FALSE(node->isCloneAllocationElsewhere()) << name;
@@ -809,7 +651,7 @@ TEST_F(XfsReflinkTest, FolderScanKeepsBothCopiesAtFullSizeMarkedAsClones) {
     EXPECT_EQ(node->cloneSharedSize(), node->size()) << name;
   }
   for (const char* name : {"small.bin", "small-copy.bin", "alone.bin"}) {
-    ScanNode* node = findChild(result.root.get(), name);
+    ScanNode* node = child(result.root.get(), name);
     ASSERT_NE(node, nullptr) << name;
     EXPECT_FALSE(node->isAPFSClone()) << name;
     EXPECT_EQ(node->cloneSharedSize(), 0u) << name;
@@ -820,12 +662,12 @@ TEST_F(XfsReflinkTest, VolumeRootScanChargesTheFamilyOnce) {
   ScanResult result = scanWith(mountPoint_, 2, makeLinuxVolumeLayout());
   ASSERT_TRUE(result.root);
   EXPECT_TRUE(result.root->isVolumeRoot());
-  ScanNode* dir = findChild(result.root.get(), "dir");
+  ScanNode* dir = child(result.root.get(), "dir");
   ASSERT_NE(dir, nullptr);
   const uint64_t full = allocatedSize(dir_ + "/original.bin");
   std::vector<ScanNode*> charged, elsewhere;
   for (const char* name : {"original.bin", "copy.bin"}) {
-    ScanNode* node = findChild(dir, name);
+    ScanNode* node = child(dir, name);
     ASSERT_NE(node, nullptr) << name;
     EXPECT_TRUE(node->isAPFSClone()) << name;
     EXPECT_EQ(node->cloneSharedSize(), full) << name;
@@ -887,9 +729,9 @@ TEST(ScannerThreads, ResultsAreIdenticalWhateverTheThreadCount) {
       const std::string reference = serialize(scanWith(root, 1, layout));
       if (asNobody && reference.find("Permission denied") == std::string::npos)
         problems += root + ": the unreadable places made no issue\n";
-      if (reference.find("clone 1") == std::string::npos)
+      if (reference.find(" clone") == std::string::npos)
         problems += root + ": no clone was found\n";
-      if (root == tree.root() && reference.find("elsewhere 1") == std::string::npos)
+      if (root == tree.root() && reference.find(" elsewhere") == std::string::npos)
         problems += root + ": no clone was charged elsewhere\n";
       for (int threads : {2, 4, 2, 4}) {
         const std::string other = serialize(scanWith(root, threads, layout));
@@ -905,7 +747,7 @@ TEST(ScannerThreads, ResultsAreIdenticalWhateverTheThreadCount) {
     }
     return problems;
   };
-  EXPECT_EQ(asNobody ? runUnprivilegedReporting(compare) : compare(), "");
+  EXPECT_EQ(asNobody ? test::runUnprivilegedReporting(compare) : compare(), "");
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 
 #include "scan/directory_scanner.h"
 #include "scan/issue_recorder.h"
-#include "scan/scan_test_support.h"
+#include "support/scan_trees.h"
 #include "support/temp_tree.h"
 #include "support/test_volume_layout.h"
 
@@ -13,6 +13,7 @@ namespace {
 using test::allocatedSize;
 using test::child;
 using test::find;
+using test::Names;
 using test::scanTree;
 using test::TempTree;
 using test::TestVolumeLayout;
@@ -25,7 +26,7 @@ class SystemDisk : public ::testing::Test {
     layout = std::make_shared<TestVolumeLayout>(t.root());
     layout->protectedPaths.clear();
   }
-  ScanResult scan(ScanSettings settings = {}) { return scanTree(t.root(), layout, settings); }
+  ScanResult scan() { return scanTree(t.root(), layout); }
 
   TempTree t;
   std::shared_ptr<TestVolumeLayout> layout;
@@ -57,10 +58,8 @@ TEST_F(SystemDisk, SmallFilesAreGroupedPerFolderButDSStoreAndLargeFilesStay) {
   ScanResult r = scan();
   ScanNode* u = find(r.root.get(), "Users/u");
   ASSERT_NE(u, nullptr);
-  std::vector<std::string> names;
-  for (ScanNode* c : u->children()) names.emplace_back(c->name());
-  EXPECT_EQ(names,
-            (std::vector<std::string>{"movie.mov", ".DS_Store", std::string(kSmallerObjectsName)}));
+  EXPECT_EQ(test::childNames(u),
+            (Names{"movie.mov", ".DS_Store", std::string(kSmallerObjectsName)}));
   ScanNode* group = child(u, kSmallerObjectsName);
   EXPECT_EQ(group->size(), 3 * allocatedSize(t.path("Users/u/a.txt")));
   EXPECT_TRUE(group->children().empty());

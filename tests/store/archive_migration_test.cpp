@@ -36,15 +36,15 @@ TEST_F(ArchiveMigrationTest, MissingArchiveFailsWithTheReadError) {
 }
 
 TEST_F(ArchiveMigrationTest, FileThatIsNotAnArchiveFailsWithTheDecodersErrorAndWritesNothing) {
-  test::writeFileBytes(archive, "not a keyed archive of a scan node");
+  test::writeFile(archive, "not a keyed archive of a scan node");
   ASSERT_TRUE(ScanStore::writeRootNode(test::makeSampleTree().get(), database));
-  const std::string before = test::readFileBytes(database);
+  const std::string before = test::readFile(database);
   Error error;
   EXPECT_FALSE(ScanStore::migrateArchive(archive, database, &error));
   EXPECT_EQ(error.domain, kArchiveErrorDomain);
   EXPECT_FALSE(error.description.empty());
-  EXPECT_EQ(test::readFileBytes(database), before);
-  EXPECT_EQ(test::readFileBytes(archive), "not a keyed archive of a scan node");
+  EXPECT_EQ(test::readFile(database), before);
+  EXPECT_EQ(test::readFile(archive), "not a keyed archive of a scan node");
   EXPECT_EQ(test::listFolder(tree.root()),
             (std::vector<std::string>{"LastScan.archive", "LastScan.sqlite"}));
 }
@@ -53,7 +53,7 @@ TEST_F(ArchiveMigrationTest, ArchiveAndSidecarBecomeAScanDatabase) {
   ScanNodeRef root = test::makeSampleTree();
   const std::vector<uint8_t> encoded = encodeScanArchive(*root);
   if (encoded.empty()) GTEST_SKIP() << "this build has no archive encoder";
-  test::writeFileBytes(archive, std::string(encoded.begin(), encoded.end()));
+  test::writeFile(archive, std::string(encoded.begin(), encoded.end()));
 
   plist_t sidecar = plist_new_dict();
   plist_dict_set_item(sidecar, "scanDate", plist_new_date(700000000, 500000));  // since 2001
@@ -61,7 +61,7 @@ TEST_F(ArchiveMigrationTest, ArchiveAndSidecarBecomeAScanDatabase) {
   plist_dict_set_item(sidecar, "sourceItemCount", plist_new_string("twelve"));
   const std::string sidecarBytes = plistBytes(sidecar);
   plist_free(sidecar);
-  test::writeFileBytes(archive + ".metadata.plist", sidecarBytes);
+  test::writeFile(archive + ".metadata.plist", sidecarBytes);
 
   Error error;
   ASSERT_TRUE(ScanStore::migrateArchive(archive, database, &error)) << error.description;
@@ -74,7 +74,7 @@ TEST_F(ArchiveMigrationTest, ArchiveAndSidecarBecomeAScanDatabase) {
   auto store = ScanStore::open(database);
   ASSERT_TRUE(store);
   EXPECT_EQ(store->allFilesUnderNode(store->rootNode().get()).size(), 6u);
-  EXPECT_EQ(test::readFileBytes(archive + ".metadata.plist"), sidecarBytes);
+  EXPECT_EQ(test::readFile(archive + ".metadata.plist"), sidecarBytes);
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <functional>
+
 #include "store/scan_store.h"
 #include "store/store_test_support.h"
 #include "support/temp_tree.h"
@@ -81,22 +83,18 @@ std::vector<LegacyRow> legacyRows() {
   };
 }
 
-// Cleanup kinds by row id, "-" for NULL.
-std::vector<std::string> cleanupKinds(const std::string& path) {
-  Sql sql(path);
-  std::vector<std::string> kinds;
-  for (int id = 1;; ++id) {
-    if (!sql.integer("SELECT id FROM items WHERE id=" + std::to_string(id))) break;
-    kinds.push_back(
-        sql.text("SELECT cleanup_kind FROM items WHERE id=" + std::to_string(id)).value_or("-"));
-  }
-  return kinds;
+// Cleanup kinds in row order, "-" for NULL.
+std::string cleanupKinds(const std::string& path) {
+  return Sql(path)
+      .text(
+          "SELECT group_concat(k, ' ') FROM (SELECT COALESCE(cleanup_kind, '-') AS k FROM items "
+          "ORDER BY id)")
+      .value_or("");
 }
 
-const std::vector<std::string> kExpectedMigratedKinds = {
-    "-",   "ds_store",  "mobile_backup", "xcode_archive", "derived_data", "device_support", "cache",
-    "log", "temporary", "temporary",     "archive",       "download",     "download",       "-",
-    "-",   "-"};
+const std::string kExpectedMigratedKinds =
+    "- ds_store mobile_backup xcode_archive derived_data device_support cache log temporary "
+    "temporary archive download download - - -";
 
 class FormatTest : public ::testing::Test {
  protected:
@@ -110,15 +108,12 @@ TEST_F(FormatTest, WrittenFileCarriesVersionMarksMetadataAndIndexes) {
   ASSERT_TRUE(ScanStore::writeRootNode(root.get(), file, &error)) << error.description;
   Sql sql(file);
   EXPECT_EQ(sql.integer("PRAGMA user_version"), 3);
-  EXPECT_EQ(sql.integer("SELECT schema_version FROM scan_metadata"), 3);
-  EXPECT_EQ(sql.integer("SELECT root_node_id FROM scan_metadata"), 1);
-  EXPECT_EQ(sql.text("SELECT root_path FROM scan_metadata"), "/data");
-  EXPECT_EQ(sql.text("SELECT root_name FROM scan_metadata"), "data");
-  EXPECT_EQ(sql.integer("SELECT logical_size FROM scan_metadata"), 1000);
-  EXPECT_EQ(sql.integer("SELECT source_fingerprint FROM scan_metadata"),
-            static_cast<int64_t>(0xfedcba9876543210ull));
-  EXPECT_EQ(sql.integer("SELECT source_item_count FROM scan_metadata"), 11);
-  EXPECT_EQ(sql.integer("SELECT CAST(scan_date AS INTEGER) FROM scan_metadata"), 1700000000);
+  EXPECT_EQ(
+      sql.text("SELECT schema_version||'|'||root_node_id||'|'||root_path||'|'||root_name||'|'||"
+               "logical_size||'|'||source_fingerprint||'|'||source_item_count||'|'||"
+               "CAST(scan_date AS INTEGER) FROM scan_metadata"),
+      "3|1|/data|data|1000|" + std::to_string(static_cast<int64_t>(0xfedcba9876543210ull)) +
+          "|11|1700000000");
   EXPECT_EQ(sql.text("SELECT path||'|'||message FROM scan_issues"),
             "/data/locked|Permission denied");
   EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM sqlite_master WHERE type='index' AND name LIKE "
@@ -137,28 +132,19 @@ TEST_F(FormatTest, WrittenFileCarriesVersionMarksMetadataAndIndexes) {
 TEST_F(FormatTest, RowsFollowTheTreeInPreOrderWithSyntheticEntriesOnTheirFoldersPath) {
   ScanNodeRef root = test::makeSampleTree();
   ASSERT_TRUE(ScanStore::writeRootNode(root.get(), file));
-  Sql sql(file);
-  std::vector<std::string> rows;
-  for (int id = 1; id <= 11; ++id) {
-    rows.push_back(
-        *sql.text("SELECT name||'|'||path||'|'||COALESCE(parent_id,'-')||'|'||"
-                  "extension FROM items WHERE id=" +
-                  std::to_string(id)));
-  }
-  const std::vector<std::string> expected = {
-      "data|/data|-|",
-      "docs|/data/docs|1|",
-      "Annual REPORT.pdf|/data/docs/Annual REPORT.pdf|2|pdf",
-      "a_b|/data/docs/a_b|2|",
-      "notes.txt|/data/docs/notes.txt|2|txt",
-      "cache|/data/cache|1|",
-      "big.bin|/data/cache/big.bin|6|bin",
-      "smaller objects\u2026|/data|1|",
-      "tiny.c|/data/tiny.c|8|c",
-      "Tiny.h|/data/Tiny.h|8|h",
-      "hidden space\u2026|/data|1|",
-  };
-  EXPECT_EQ(rows, expected);
+  EXPECT_EQ(Sql(file).text("SELECT group_concat(r, '\n') FROM (SELECT name||'|'||path||'|'||"
+                           "COALESCE(parent_id,'-')||'|'||extension AS r FROM items ORDER BY id)"),
+            "data|/data|-|\n"
+            "docs|/data/docs|1|\n"
+            "Annual REPORT.pdf|/data/docs/Annual REPORT.pdf|2|pdf\n"
+            "a_b|/data/docs/a_b|2|\n"
+            "notes.txt|/data/docs/notes.txt|2|txt\n"
+            "cache|/data/cache|1|\n"
+            "big.bin|/data/cache/big.bin|6|bin\n"
+            "smaller objects\u2026|/data|1|\n"
+            "tiny.c|/data/tiny.c|8|c\n"
+            "Tiny.h|/data/Tiny.h|8|h\n"
+            "hidden space\u2026|/data|1|");
 }
 
 TEST_F(FormatTest, MissingScanDateAndItemCountAreFilledInWhenWriting) {
@@ -258,9 +244,9 @@ TEST_F(FormatTest, Version2FileGetsCleanupKindsFromTheUpgradeScriptOnly) {
 TEST_F(FormatTest, UpgradedFileIsUpgradedOnce) {
   writeLegacyFile(file, 1, 1, legacyRows());
   ASSERT_TRUE(ScanStore::open(file));
-  const std::string once = test::readFileBytes(file);
+  const std::string once = test::readFile(file);
   ASSERT_TRUE(ScanStore::open(file));
-  EXPECT_EQ(test::readFileBytes(file), once);
+  EXPECT_EQ(test::readFile(file), once);
 }
 
 TEST_F(FormatTest, FailedUpgradeStepIsRolledBackAndEarlierStepsKept) {
@@ -283,84 +269,79 @@ TEST_F(FormatTest, FailedUpgradeStepIsRolledBackAndEarlierStepsKept) {
   EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM items WHERE cleanup_kind IS NOT NULL"), 0);
 }
 
-TEST_F(FormatTest, NewerFileIsRefusedAndLeftUntouched) {
-  ASSERT_TRUE(ScanStore::writeRootNode(test::makeSampleTree().get(), file));
-  { Sql(file).exec("PRAGMA user_version=7"); }
-  struct stat before {};
-  ASSERT_EQ(stat(file.c_str(), &before), 0);
-  const std::string bytes = test::readFileBytes(file);
-  Error error;
-  EXPECT_FALSE(ScanStore::open(file, &error));
-  EXPECT_EQ(error, (Error{kSQLiteErrorDomain, 17,
-                          "This scan database was created by a newer version of Tarnwell."}));
-  EXPECT_EQ(test::readFileBytes(file), bytes);
-  struct stat after {};
-  ASSERT_EQ(stat(file.c_str(), &after), 0);
-  EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
-  EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
-  EXPECT_EQ(test::listFolder(tree.root()), std::vector<std::string>{"scan.sqlite"});
-}
-
-TEST_F(FormatTest, MetadataDisagreeingWithUserVersionIsRefused) {
-  ASSERT_TRUE(ScanStore::writeRootNode(test::makeSampleTree().get(), file));
-  { Sql(file).exec("UPDATE scan_metadata SET schema_version=2"); }
-  Error error;
-  EXPECT_FALSE(ScanStore::open(file, &error));
-  EXPECT_EQ(error, (Error{kSQLiteErrorDomain, 17, "Unsupported scan database schema 2."}));
-}
-
-TEST_F(FormatTest, VersionZeroFileWhoseMetadataIsNotVersion1IsRefusedUnchanged) {
-  {
-    Sql sql(file);
-    sql.exec(kMetadataTable);
-    sql.exec("INSERT INTO scan_metadata VALUES(1,5,0,1,'/','/',0,0,0,0,0,0)");
+TEST_F(FormatTest, FilesThatCannotBeReadAreRefusedAndLeftUntouched) {
+  auto sample = [&] { ASSERT_TRUE(ScanStore::writeRootNode(test::makeSampleTree().get(), file)); };
+  auto large = [&] {
+    ScanNodeRef root = ScanNode::makeRoot("/big", true);
+    for (int i = 0; i < 5000; ++i)
+      test::addNode(root.get(), "file number " + std::to_string(i), false, 4096);
+    ASSERT_TRUE(ScanStore::writeRootNode(root.get(), file));
+  };
+  auto truncateTo = [&](std::size_t half, std::size_t bytes) {
+    const std::string whole = test::readFile(file);
+    test::writeFile(file, whole.substr(0, half ? whole.size() / 2 : bytes));
+  };
+  const Error malformed{kSQLiteErrorDomain, SQLITE_CORRUPT,
+                        "Open scan database: database disk image is malformed"};
+  struct Case {
+    const char* what;
+    std::function<void()> prepare;
+    Error error;  // only the domain is checked when the description is empty
+  };
+  const std::vector<Case> cases = {
+      {"newer",
+       [&] { sample(), Sql(file).exec("PRAGMA user_version=7"); },
+       {kSQLiteErrorDomain, 17, "This scan database was created by a newer version of Tarnwell."}},
+      {"metadata disagrees",
+       [&] { sample(), Sql(file).exec("UPDATE scan_metadata SET schema_version=2"); },
+       {kSQLiteErrorDomain, 17, "Unsupported scan database schema 2."}},
+      {"version 0 with metadata of version 5",
+       [&] {
+         Sql sql(file);
+         sql.exec(kMetadataTable);
+         sql.exec("INSERT INTO scan_metadata VALUES(1,5,0,1,'/','/',0,0,0,0,0,0)");
+       },
+       {kSQLiteErrorDomain, 0, ""}},
+      {"no scan tables",
+       [&] { Sql(file).exec("CREATE TABLE t(x)"); },
+       {kSQLiteErrorDomain, SQLITE_ERROR, "Open scan database: no such table: scan_metadata"}},
+      {"not SQLite",
+       [&] { test::writeFile(file, std::string(4096, 'x')); },
+       {kSQLiteErrorDomain, SQLITE_NOTADB, "Open scan database: file is not a database"}},
+      {"missing",
+       [] {},
+       {kSQLiteErrorDomain, SQLITE_CANTOPEN, "Open scan database: unable to open database file"}},
+      {"cut in half", [&] { large(), truncateTo(1, 0); }, malformed},
+      {"cut to three pages", [&] { large(), truncateTo(0, 4096 * 3); }, malformed},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    unlink(file.c_str());
+    c.prepare();
+    struct stat before {};
+    stat(file.c_str(), &before);
+    const std::string bytes = test::readFile(file);
+    const auto listing = test::listFolder(tree.root());
+    Error error;
+    EXPECT_FALSE(ScanStore::open(file, &error));
+    if (c.error.description.empty()) {
+      EXPECT_EQ(error.domain, c.error.domain);
+    } else {
+      EXPECT_EQ(error, c.error);
+    }
+    EXPECT_EQ(test::readFile(file), bytes);
+    EXPECT_EQ(test::listFolder(tree.root()), listing);
+    struct stat after {};
+    stat(file.c_str(), &after);
+    EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+    EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
   }
   Error error;
-  EXPECT_FALSE(ScanStore::open(file, &error));
-  EXPECT_EQ(error.domain, kSQLiteErrorDomain);
-  EXPECT_EQ(Sql(file).integer("PRAGMA user_version"), 0);
-
-  test::TempTree other;
-  const std::string empty = other.path("empty.sqlite");
-  { Sql(empty).exec("CREATE TABLE t(x)"); }
-  EXPECT_FALSE(ScanStore::open(empty, &error));
-  EXPECT_EQ(error, (Error{kSQLiteErrorDomain, SQLITE_ERROR,
-                          "Open scan database: no such table: scan_metadata"}));
-}
-
-TEST_F(FormatTest, FileThatIsNotSQLiteIsRefused) {
-  test::writeFileBytes(file, std::string(4096, 'x'));
-  Error error;
-  EXPECT_FALSE(ScanStore::open(file, &error));
-  EXPECT_EQ(error, (Error{kSQLiteErrorDomain, SQLITE_NOTADB,
-                          "Open scan database: file is not a database"}));
+  EXPECT_FALSE(ScanStore::metadataAt(file, &error));  // the truncated file
+  test::writeFile(file, std::string(4096, 'x'));
   EXPECT_FALSE(ScanStore::metadataAt(file, &error));
   EXPECT_EQ(error, (Error{kSQLiteErrorDomain, SQLITE_NOTADB,
                           "Read scan metadata: file is not a database"}));
-  EXPECT_EQ(test::readFileBytes(file), std::string(4096, 'x'));
-}
-
-TEST_F(FormatTest, MissingFileIsNotCreated) {
-  Error error;
-  EXPECT_FALSE(ScanStore::open(file, &error));
-  EXPECT_EQ(error, (Error{kSQLiteErrorDomain, SQLITE_CANTOPEN,
-                          "Open scan database: unable to open database file"}));
-  EXPECT_TRUE(test::listFolder(tree.root()).empty());
-}
-
-TEST_F(FormatTest, TruncatedFileIsRefusedAsMalformed) {
-  ScanNodeRef root = ScanNode::makeRoot("/big", true);
-  for (int i = 0; i < 5000; ++i)
-    test::addNode(root.get(), "file number " + std::to_string(i), false, 4096);
-  ASSERT_TRUE(ScanStore::writeRootNode(root.get(), file));
-  const std::string whole = test::readFileBytes(file);
-  for (std::size_t keep : {whole.size() / 2, std::size_t{4096 * 3}}) {
-    test::writeFileBytes(file, whole.substr(0, keep));
-    Error error;
-    EXPECT_FALSE(ScanStore::open(file, &error)) << keep;
-    EXPECT_EQ(error, (Error{kSQLiteErrorDomain, SQLITE_CORRUPT,
-                            "Open scan database: database disk image is malformed"}));
-  }
 }
 
 }  // namespace

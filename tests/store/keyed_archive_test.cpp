@@ -13,43 +13,15 @@
 
 #include "store/binary_plist_check.h"
 #include "store/file_url.h"
+#include "support/scan_trees.h"
 
 namespace tw {
 namespace {
 
-// --- Helpers ---------------------------------------------------------------------------------
-
-struct TreeShape {
-  TreeShape(std::string n, bool dir, uint64_t sz, std::function<void(ScanNode&)> t = nullptr,
-            std::vector<TreeShape> kids = {})
-      : name(std::move(n)),
-        directory(dir),
-        size(sz),
-        tweak(std::move(t)),
-        children(std::move(kids)) {}
-  std::string name;
-  bool directory;
-  uint64_t size;
-  std::function<void(ScanNode&)> tweak;
-  std::vector<TreeShape> children;
-};
-
-void addChildren(ScanNode& parent, const std::vector<TreeShape>& shapes) {
-  for (const TreeShape& shape : shapes) {
-    ScanNode* child = parent.createNode(shape.name, shape.directory);
-    child->setSize(shape.size);
-    if (shape.tweak) shape.tweak(*child);
-    parent.addChild(child);
-    addChildren(*child, shape.children);
-  }
-}
-
-ScanNodeRef makeTree(std::string_view path, uint64_t size, const std::vector<TreeShape>& shapes) {
-  ScanNodeRef root = ScanNode::makeRoot(path, true);
-  root->setSize(size);
-  addChildren(*root, shapes);
-  return root;
-}
+using test::addFile;
+using test::addFolder;
+using test::childNames;
+using test::Names;
 
 DecodedArchive roundTrip(ScanNode& root) {
   std::vector<uint8_t> bytes = encodeScanArchive(root);
@@ -57,45 +29,11 @@ DecodedArchive roundTrip(ScanNode& root) {
   return decodeScanArchive(bytes);
 }
 
-std::vector<std::string> childNames(ScanNode& node) {
-  std::vector<std::string> names;
-  for (ScanNode* child : node.children()) names.emplace_back(child->name());
-  return names;
-}
-
-// Compares everything an archive stores, and that each child list is in the child order.
-void expectSameTree(ScanNode& expected, ScanNode& actual) {
-  SCOPED_TRACE(expected.path());
-  EXPECT_EQ(actual.name(), expected.name());
-  EXPECT_EQ(actual.path(), expected.path());
-  EXPECT_EQ(actual.size(), expected.size());
-  EXPECT_EQ(actual.isDirectory(), expected.isDirectory());
-  EXPECT_EQ(actual.isPackage(), expected.isPackage());
-  EXPECT_EQ(actual.isAggregate(), expected.isAggregate());
-  EXPECT_EQ(actual.isVolumeRoot(), expected.isVolumeRoot());
-  EXPECT_EQ(actual.isVirtualNode(), expected.isVirtualNode());
-  EXPECT_EQ(actual.isAPFSClone(), expected.isAPFSClone());
-  EXPECT_EQ(actual.isCloneAllocationElsewhere(), expected.isCloneAllocationElsewhere());
-  EXPECT_EQ(actual.cloneSharedSize(), expected.cloneSharedSize());
-  EXPECT_EQ(actual.volumeCapacity(), expected.volumeCapacity());
-  EXPECT_EQ(actual.volumeFreeSpace(), expected.volumeFreeSpace());
-  EXPECT_EQ(actual.volumeAvailableSpace(), expected.volumeAvailableSpace());
-  EXPECT_EQ(actual.sourceFingerprint(), expected.sourceFingerprint());
-  EXPECT_EQ(actual.sourceItemCount(), expected.sourceItemCount());
-  EXPECT_DOUBLE_EQ(actual.scanDate(), expected.scanDate());
-  EXPECT_DOUBLE_EQ(actual.modificationDate(), expected.modificationDate());
-  EXPECT_EQ(actual.scanIssues(), expected.scanIssues());
-  EXPECT_TRUE(actual.isChildrenLoaded());
-  auto want = expected.children();
-  auto got = actual.children();
-  ASSERT_EQ(got.size(), want.size());
-  for (std::size_t i = 0; i < got.size(); ++i) {
-    EXPECT_EQ(got[i]->parent(), &actual);
-    if (i > 0) {
-      EXPECT_FALSE(ScanNode::precedes(got[i], got[i - 1]));
-    }
-    expectSameTree(*want[i], *got[i]);
-  }
+// Everything an archive stores must come back, each child list in the child order.
+void expectSameTree(ScanNode& expected, const DecodedArchive& decoded) {
+  ASSERT_NE(decoded.root, nullptr) << decoded.error->description;
+  EXPECT_EQ(test::describeTree(decoded.root.get()), test::describeTree(&expected));
+  EXPECT_DOUBLE_EQ(decoded.root->scanDate(), expected.scanDate());
 }
 
 void expectArchiveError(const DecodedArchive& decoded, ArchiveErrorCode code) {
@@ -123,13 +61,17 @@ class EditableArchive {
     plist_get_uid_val(value, &v);
     return v;
   }
+  // The object a key of object `at` refers to.
+  plist_t at(uint64_t at, const char* key) const {
+    return object(uid(plist_dict_get_item(object(at), key)));
+  }
   // The object index of the node named `name`.
   uint64_t node(std::string_view name) const {
     for (uint64_t i = 0; i < count(); ++i) {
-      plist_t nameRef = plist_dict_get_item(object(i), "name");
-      if (plist_get_node_type(object(i)) != PLIST_DICT || !nameRef) continue;
+      if (plist_get_node_type(object(i)) != PLIST_DICT || !plist_dict_get_item(object(i), "name"))
+        continue;
       uint64_t length = 0;
-      const char* text = plist_get_string_ptr(object(uid(nameRef)), &length);
+      const char* text = plist_get_string_ptr(at(i, "name"), &length);
       if (text && std::string_view(text, length) == name) return i;
     }
     ADD_FAILURE() << "no node " << name;
@@ -137,22 +79,20 @@ class EditableArchive {
   }
   // The UIDs of a node's children.
   plist_t childRefs(uint64_t node) const {
-    return plist_dict_get_item(object(uid(plist_dict_get_item(object(node), "children"))),
-                               "NS.objects");
+    return plist_dict_get_item(at(node, "children"), "NS.objects");
   }
   uint64_t append(plist_t object) {
     plist_array_append_item(objects_, object);
     return count() - 1;
   }
-  std::vector<uint8_t> bytes() const {
+  DecodedArchive decode() const {
     char* out = nullptr;
     uint32_t length = 0;
     plist_to_bin(top_, &out, &length);
-    std::vector<uint8_t> result(out, out + length);
+    std::vector<uint8_t> bytes(out, out + length);
     plist_to_bin_free(out);
-    return result;
+    return decodeScanArchive(bytes);
   }
-  DecodedArchive decode() const { return decodeScanArchive(bytes()); }
 
  private:
   plist_t top_ = nullptr;
@@ -164,32 +104,25 @@ class EditableArchive {
 // libplist's writer takes many seconds to make.
 class RawPlist {
  public:
-  uint32_t string(std::string_view text) {
-    if (auto known = strings_.find(std::string(text)); known != strings_.end())
-      return known->second;
+  uint32_t string(const std::string& text) {  // each text once, as writers do
+    if (auto known = strings_.find(text); known != strings_.end()) return known->second;
     std::vector<uint8_t> object = header(0x5, text.size());
     object.insert(object.end(), text.begin(), text.end());
-    return strings_[std::string(text)] = add(std::move(object));
+    return strings_[text] = add(std::move(object));
   }
-  uint32_t uid(uint32_t value) { return add(withBigEndian({0x83}, value, 4)); }
-  uint32_t integer(uint64_t value) { return add(withBigEndian({0x13}, value, 8)); }
+  uint32_t uid(uint32_t value) { return add(put({0x83}, value, 4)); }
+  uint32_t integer(uint64_t value) { return add(put({0x13}, value, 8)); }
   uint32_t boolean(bool value) { return add({static_cast<uint8_t>(value ? 0x09 : 0x08)}); }
   uint32_t array(const std::vector<uint32_t>& refs) {
     std::vector<uint8_t> object = header(0xA, refs.size());
-    for (uint32_t ref : refs) object = withBigEndian(std::move(object), ref, 4);
+    for (uint32_t ref : refs) put(object, ref, 4);
     return add(std::move(object));
   }
   uint32_t dict(const std::vector<std::pair<std::string, uint32_t>>& entries) {
     std::vector<uint8_t> object = header(0xD, entries.size());
-    std::vector<uint32_t> keys;
-    for (const auto& entry : entries) keys.push_back(string(entry.first));
-    for (uint32_t key : keys) object = withBigEndian(std::move(object), key, 4);
-    for (const auto& entry : entries) object = withBigEndian(std::move(object), entry.second, 4);
+    for (const auto& entry : entries) put(object, string(entry.first), 4);
+    for (const auto& entry : entries) put(object, entry.second, 4);
     return add(std::move(object));
-  }
-  uint32_t add(std::vector<uint8_t> object) {
-    objects_.push_back(std::move(object));
-    return static_cast<uint32_t>(objects_.size() - 1);
   }
   std::vector<uint8_t> bytes(uint32_t root) const {
     std::vector<uint8_t> out{'b', 'p', 'l', 'i', 's', 't', '0', '0'};
@@ -198,22 +131,30 @@ class RawPlist {
       offsets.push_back(out.size());
       out.insert(out.end(), object.begin(), object.end());
     }
-    uint64_t table = out.size();
-    for (uint64_t offset : offsets) out = withBigEndian(std::move(out), offset, 4);
+    const uint64_t table = out.size();
+    for (uint64_t offset : offsets) put(out, offset, 4);
     out.insert(out.end(), {0, 0, 0, 0, 0, 0, 4, 4});
-    out = withBigEndian(std::move(out), objects_.size(), 8);
-    out = withBigEndian(std::move(out), root, 8);
-    return withBigEndian(std::move(out), table, 8);
+    put(out, objects_.size(), 8);
+    put(out, root, 8);
+    return put(out, table, 8);
   }
 
  private:
-  static std::vector<uint8_t> withBigEndian(std::vector<uint8_t> out, uint64_t v, int size) {
+  uint32_t add(std::vector<uint8_t> object) {
+    objects_.push_back(std::move(object));
+    return static_cast<uint32_t>(objects_.size() - 1);
+  }
+  // Appends `v` big-endian in `size` bytes.
+  static std::vector<uint8_t>& put(std::vector<uint8_t>& out, uint64_t v, int size) {
     for (int i = size - 1; i >= 0; --i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
     return out;
   }
+  static std::vector<uint8_t> put(std::vector<uint8_t>&& out, uint64_t v, int size) {
+    return std::move(put(out, v, size));
+  }
   static std::vector<uint8_t> header(uint8_t type, std::size_t count) {
     if (count < 15) return {static_cast<uint8_t>(type << 4 | count)};
-    return withBigEndian({static_cast<uint8_t>(type << 4 | 0xF), 0x12}, count, 4);
+    return put({static_cast<uint8_t>(type << 4 | 0xF), 0x12}, count, 4);
   }
   std::vector<std::vector<uint8_t>> objects_;
   std::map<std::string, uint32_t> strings_;
@@ -253,41 +194,26 @@ std::vector<uint8_t> chainArchive(uint32_t depth) {
 
 // A scan as the scanner leaves it: sizes, flags, dates, root figures and issues.
 ScanNodeRef realisticTree() {
-  const std::string smaller(kSmallerObjectsName);
-  const std::string hidden(kHiddenSpaceName);
-  auto modified = [](double date) { return [date](ScanNode& n) { n.setModificationDate(date); }; };
-  ScanNodeRef root =
-      makeTree("/home/ana/Projects and Notes", 9'000'000,
-               {
-                   {"src",
-                    true,
-                    5'000'000,
-                    modified(1'600'000'000.25),
-                    {
-                        {"main.cpp", false, 3'000'000, modified(1'650'000'000.5)},
-                        {"Gr\xC3\xBC\xC3\x9F"
-                         "e 100%.txt",
-                         false, 1'000'000, nullptr},
-                        {"bad\xFF\xFEname", false, 600'000, nullptr},
-                        {"clone.bin", false, 0,
-                         [](ScanNode& n) {
-                           n.setAPFSClone(true);
-                           n.setCloneAllocationElsewhere(true);
-                           n.setCloneSharedSize(400'000);
-                         }},
-                    }},
-                   {"App.bundle",
-                    true,
-                    2'000'000,
-                    [](ScanNode& n) { n.setPackage(true); },
-                    {{"Contents", true, 2'000'000, nullptr}}},
-                   {smaller,
-                    true,
-                    1'500'000,
-                    [](ScanNode& n) { n.setAggregate(true); },
-                    {{"a.txt", false, 1'000'000, nullptr}, {"b.txt", false, 500'000, nullptr}}},
-                   {hidden, false, 500'000, [](ScanNode& n) { n.setVirtualNode(true); }},
-               });
+  ScanNodeRef root = test::makeFolderRoot(9'000'000, "/home/ana/Projects and Notes");
+  ScanNode* src = addFolder(root.get(), "src", 5'000'000);
+  src->setModificationDate(1'600'000'000.25);
+  addFile(src, "main.cpp", 3'000'000)->setModificationDate(1'650'000'000.5);
+  addFile(src,
+          "Gr\xC3\xBC\xC3\x9F"
+          "e 100%.txt",
+          1'000'000);
+  addFile(src, "bad\xFF\xFEname", 600'000);
+  ScanNode* clone = addFile(src, "clone.bin", 0);
+  clone->setAPFSClone(true);
+  clone->setCloneAllocationElsewhere(true);
+  clone->setCloneSharedSize(400'000);
+  ScanNode* bundle = addFolder(root.get(), "App.bundle", 2'000'000);
+  bundle->setPackage(true);
+  addFolder(bundle, "Contents", 2'000'000);
+  ScanNode* smaller = addFolder(root.get(), kSmallerObjectsName, 1'500'000);
+  smaller->setAggregate(true);
+  test::addFiles(smaller, "a.txt:1000000 b.txt:500000");
+  addFile(root.get(), kHiddenSpaceName, 500'000)->setVirtualNode(true);
   root->setVolumeRoot(true);
   root->setVolumeCapacity(500'000'000'000ULL);
   root->setVolumeFreeSpace(120'000'000'000ULL);
@@ -306,11 +232,7 @@ ScanNodeRef realisticTree() {
 
 TEST(KeyedArchiveRoundTrip, RealisticTreeComesBackWhole) {
   ScanNodeRef tree = realisticTree();
-  DecodedArchive decoded = roundTrip(*tree);
-  ASSERT_FALSE(decoded.error) << decoded.error->description;
-  ASSERT_NE(decoded.root, nullptr);
-  expectSameTree(*tree, *decoded.root);
-  EXPECT_EQ(decoded.root->sourceFingerprint(), 0x8000'0000'1234'5678ULL);
+  expectSameTree(*tree, roundTrip(*tree));
 }
 
 TEST(KeyedArchiveRoundTrip, NameThatIsNotUTF8SurvivesThroughThePercentEncodedURL) {
@@ -318,84 +240,75 @@ TEST(KeyedArchiveRoundTrip, NameThatIsNotUTF8SurvivesThroughThePercentEncodedURL
   std::vector<uint8_t> bytes = encodeScanArchive(*tree);
   EditableArchive archive(bytes);
   // The URL carries the raw bytes as escapes; the name is left out.
-  uint64_t found = 0;
+  bool found = false;
   for (uint64_t i = 0; i < archive.count(); ++i) {
     uint64_t length = 0;
     const char* text = plist_get_string_ptr(archive.object(i), &length);
-    if (text && std::string_view(text, length) ==
-                    "file:///home/ana/Projects%20and%20Notes/src/bad%FF%FEname") {
-      found = i;
-    }
+    found |= text && std::string_view(text, length) ==
+                         "file:///home/ana/Projects%20and%20Notes/src/bad%FF%FEname";
   }
-  EXPECT_NE(found, 0u);
+  EXPECT_TRUE(found);
   DecodedArchive decoded = decodeScanArchive(bytes);
   ASSERT_NE(decoded.root, nullptr);
   ScanNode* src = decoded.root->children()[0];
-  EXPECT_EQ(childNames(*src)[2], "bad\xFF\xFEname");
+  EXPECT_EQ(src->children()[2]->name(), "bad\xFF\xFEname");
   EXPECT_EQ(src->children()[2]->path(), "/home/ana/Projects and Notes/src/bad\xFF\xFEname");
 }
 
 TEST(KeyedArchiveRoundTrip, RootOfTheFileSystemKeepsItsName) {
-  ScanNodeRef tree = makeTree("/", 10, {{"etc", true, 10, nullptr}});
-  DecodedArchive decoded = roundTrip(*tree);
-  ASSERT_NE(decoded.root, nullptr);
-  EXPECT_EQ(decoded.root->name(), "/");
-  EXPECT_EQ(decoded.root->children()[0]->path(), "/etc");
+  ScanNodeRef tree = test::makeFolderRoot(10, "/");
+  addFolder(tree.get(), "etc", 10);
+  expectSameTree(*tree, roundTrip(*tree));
 }
 
 // --- Decoding rules --------------------------------------------------------------------------
 
 TEST(KeyedArchiveRules, ZeroSizeSmallerObjectsGroupIsDropped) {
-  std::string smaller(kSmallerObjectsName);
-  auto aggregate = [](ScanNode& n) { n.setAggregate(true); };
-  ScanNodeRef tree = makeTree("/data", 100,
-                              {{"keep", false, 100, nullptr},
-                               {smaller, true, 0, aggregate, {{"empty", false, 0, nullptr}}},
-                               {"zero file", false, 0, nullptr}});
+  ScanNodeRef tree = test::makeFolderRoot(100, "/data");
+  addFile(tree.get(), "keep", 100);
+  ScanNode* group = addFolder(tree.get(), kSmallerObjectsName, 0);
+  group->setAggregate(true);
+  addFile(group, "empty", 0);
+  addFile(tree.get(), "zero file", 0);
   DecodedArchive decoded = roundTrip(*tree);
   ASSERT_NE(decoded.root, nullptr);
-  EXPECT_EQ(childNames(*decoded.root), (std::vector<std::string>{"keep", "zero file"}));
+  EXPECT_EQ(childNames(decoded.root.get()), (Names{"keep", "zero file"}));
 }
 
 TEST(KeyedArchiveRules, ChildrenComeBackInChildOrderWithoutRegrouping) {
-  std::vector<TreeShape> small;
   // Written smallest first, with names whose natural order differs from byte order.
-  for (int i = 1; i <= 12; ++i) small.push_back({"f" + std::to_string(i), false, 10, nullptr});
-  small.push_back({"big", false, 1'000'000, nullptr});
-  small.push_back({std::string(kHiddenSpaceName), false, 5'000'000,
-                   [](ScanNode& n) { n.setVirtualNode(true); }});
-  ScanNodeRef tree = makeTree("/d", 6'000'120, small);
+  ScanNodeRef tree = test::makeFolderRoot(6'000'120, "/d");
+  for (int i = 1; i <= 12; ++i) addFile(tree.get(), "f" + std::to_string(i), 10);
+  addFile(tree.get(), "big", 1'000'000);
+  addFile(tree.get(), kHiddenSpaceName, 5'000'000)->setVirtualNode(true);
   DecodedArchive decoded = roundTrip(*tree);
   ASSERT_NE(decoded.root, nullptr);
-  std::vector<std::string> names = childNames(*decoded.root);
-  ASSERT_EQ(names.size(), 14u);  // twelve small files, yet no "smaller objects…" group
-  EXPECT_EQ(names.front(), "big");
-  EXPECT_EQ(names[1], "f1");
-  EXPECT_EQ(names[2], "f2");
-  EXPECT_EQ(names[12], "f12");
-  EXPECT_EQ(names.back(), kHiddenSpaceName);
+  // Twelve small files, yet no "smaller objects…" group.
+  EXPECT_EQ(childNames(decoded.root.get()),
+            (Names{"big", "f1", "f2", "f3", "f4", "f5", "f6", "f7", "f8", "f9", "f10", "f11", "f12",
+                   std::string(kHiddenSpaceName)}));
 }
 
 TEST(KeyedArchiveRules, MissingNameFallsBackToTheURLsLastComponent) {
-  ScanNodeRef tree = makeTree("/srv/My Root", 3, {{"My File", false, 3, nullptr}});
+  ScanNodeRef tree = test::makeFolderRoot(3, "/srv/My Root");
+  addFile(tree.get(), "My File", 3);
   EditableArchive archive(encodeScanArchive(*tree));
   plist_dict_remove_item(archive.object(archive.node("My File")), "name");
   plist_dict_remove_item(archive.object(archive.node("My Root")), "name");
   DecodedArchive decoded = archive.decode();
   ASSERT_NE(decoded.root, nullptr);
   EXPECT_EQ(decoded.root->name(), "My Root");
-  EXPECT_EQ(childNames(*decoded.root), std::vector<std::string>{"My File"});
+  EXPECT_EQ(childNames(decoded.root.get()), Names{"My File"});
 }
 
 TEST(KeyedArchiveRules, IssuesOfAnotherShapeAreLeftOutWithoutFailing) {
   ScanNodeRef tree = realisticTree();
   EditableArchive archive(encodeScanArchive(*tree));
-  uint64_t root = archive.node("Projects and Notes");
-  uint64_t issues = EditableArchive::uid(plist_dict_get_item(archive.object(root), "scanIssues"));
-  plist_t records = plist_dict_get_item(archive.object(issues), "NS.objects");
+  plist_t records = plist_dict_get_item(
+      archive.at(archive.node("Projects and Notes"), "scanIssues"), "NS.objects");
   // One record becomes a plain string.
-  uint64_t text = archive.append(plist_new_string("not a record"));
-  plist_set_uid_val(plist_array_get_item(records, 0), text);
+  plist_set_uid_val(plist_array_get_item(records, 0),
+                    archive.append(plist_new_string("not a record")));
   DecodedArchive decoded = archive.decode();
   ASSERT_NE(decoded.root, nullptr) << decoded.error->description;
   EXPECT_TRUE(decoded.root->scanIssues().empty());
@@ -406,9 +319,8 @@ TEST(KeyedArchiveRules, DeepChainWithinTheLimitDecodes) {
   DecodedArchive decoded = decodeScanArchive(chainArchive(kMaxArchiveDepth + 1));
   ASSERT_NE(decoded.root, nullptr) << decoded.error->description;
   uint32_t depth = 0;
-  for (ScanNode* node = decoded.root.get(); !node->children().empty();) {
+  for (ScanNode* node = decoded.root.get(); !node->children().empty(); ++depth) {
     node = node->children()[0];
-    ++depth;
     ASSERT_EQ(node->path(), "/d");
   }
   EXPECT_EQ(depth, kMaxArchiveDepth);
@@ -419,9 +331,9 @@ TEST(KeyedArchiveRules, DeepChainWithinTheLimitDecodes) {
 class KeyedArchiveMalformed : public ::testing::Test {
  protected:
   void SetUp() override {
-    tree_ = makeTree(
-        "/m", 30,
-        {{"a", true, 20, nullptr, {{"a1", false, 20, nullptr}}}, {"b", false, 10, nullptr}});
+    tree_ = test::makeFolderRoot(30, "/m");
+    addFile(addFolder(tree_.get(), "a", 20), "a1", 20);
+    addFile(tree_.get(), "b", 10);
     good_ = encodeScanArchive(*tree_);
     ASSERT_NE(decodeScanArchive(good_).root, nullptr);
   }
@@ -443,83 +355,61 @@ TEST_F(KeyedArchiveMalformed, TruncatedAndRandomBytesAreRefused) {
 }
 
 TEST_F(KeyedArchiveMalformed, PropertyListThatIsNotAScanArchiveIsRefused) {
-  plist_t list = plist_new_array();
-  plist_array_append_item(list, plist_new_string("hello"));
-  char* out = nullptr;
-  uint32_t length = 0;
-  plist_to_bin(list, &out, &length);
-  std::vector<uint8_t> bytes(out, out + length);
-  plist_to_bin_free(out);
-  plist_free(list);
-  expectArchiveError(decodeScanArchive(bytes), kArchiveNotScanArchive);
-
+  RawPlist list;
+  expectArchiveError(decodeScanArchive(list.bytes(list.array({list.string("hello")}))),
+                     kArchiveNotScanArchive);
   EditableArchive archive(good_);
   for (uint64_t i = 0; i < archive.count(); ++i) {
     plist_t name = plist_dict_get_item(archive.object(i), "$classname");
-    if (name && plist_string_val_compare(name, "TWScanNode") == 0) {
+    if (name && plist_string_val_compare(name, "TWScanNode") == 0)
       plist_set_string_val(name, "NSString");
-    }
   }
   expectArchiveError(archive.decode(), kArchiveNotScanArchive);
 }
 
-TEST_F(KeyedArchiveMalformed, CyclesAndSharedItemsAreRefused) {
-  {
-    EditableArchive archive(good_);  // a1 lists the root as its child
-    plist_array_append_item(archive.childRefs(archive.node("a1")), plist_new_uid(1));
-    expectArchiveError(archive.decode(), kArchiveDamaged);
-  }
-  {
-    EditableArchive archive(good_);  // a lists itself
-    uint64_t a = archive.node("a");
-    plist_array_append_item(archive.childRefs(a), plist_new_uid(a));
-    expectArchiveError(archive.decode(), kArchiveDamaged);
-  }
-  {
-    EditableArchive archive(good_);  // b appears under the root and under a
-    plist_array_append_item(archive.childRefs(archive.node("a")), plist_new_uid(archive.node("b")));
-    expectArchiveError(archive.decode(), kArchiveDamaged);
-  }
-}
-
-TEST_F(KeyedArchiveMalformed, ReferencesOutOfRangeAreRefused) {
-  {
+TEST_F(KeyedArchiveMalformed, CyclesSharedItemsBadReferencesAndWrongTypesAreRefused) {
+  using Edit = std::function<void(EditableArchive&)>;
+  auto addChild = [](const char* parent, const char* child) {
+    return [=](EditableArchive& e) {
+      plist_array_append_item(e.childRefs(e.node(parent)), plist_new_uid(e.node(child)));
+    };
+  };
+  const std::vector<std::pair<const char*, Edit>> edits = {
+      {"a1 lists the root as its child", addChild("a1", "m")},
+      {"a lists itself", addChild("a", "a")},
+      {"b appears under the root and under a", addChild("a", "b")},
+      {"a child reference out of range",
+       [](EditableArchive& e) {
+         plist_set_uid_val(plist_array_get_item(e.childRefs(e.node("a")), 0), 999'999);
+       }},
+      {"a URL reference out of range",
+       [](EditableArchive& e) {
+         plist_set_uid_val(plist_dict_get_item(e.object(e.node("b")), "URL"), e.count());
+       }},
+      {"a child list holding a string",
+       [](EditableArchive& e) {
+         const uint64_t text = e.append(plist_new_string("intruder"));
+         plist_array_append_item(e.childRefs(e.node("a")), plist_new_uid(text));
+       }},
+      {"children that are not a list",
+       [](EditableArchive& e) {
+         const uint64_t text = e.append(plist_new_string("not a list"));
+         plist_set_uid_val(plist_dict_get_item(e.object(e.node("b")), "children"), text);
+       }},
+      {"a size that is text",
+       [](EditableArchive& e) {
+         plist_dict_set_item(e.object(e.node("a1")), "size", plist_new_string("12"));
+       }},
+      {"a location that is not a file URL",
+       [](EditableArchive& e) {
+         const uint64_t text = e.append(plist_new_string("https://example.org/a"));
+         plist_set_uid_val(plist_dict_get_item(e.at(e.node("a"), "URL"), "NS.relative"), text);
+       }},
+  };
+  for (const auto& [what, edit] : edits) {
+    SCOPED_TRACE(what);
     EditableArchive archive(good_);
-    plist_set_uid_val(plist_array_get_item(archive.childRefs(archive.node("a")), 0), 999'999);
-    expectArchiveError(archive.decode(), kArchiveDamaged);
-  }
-  {
-    EditableArchive archive(good_);
-    plist_t url = plist_dict_get_item(archive.object(archive.node("b")), "URL");
-    plist_set_uid_val(url, archive.count());
-    expectArchiveError(archive.decode(), kArchiveDamaged);
-  }
-}
-
-TEST_F(KeyedArchiveMalformed, ValuesOfTheWrongTypeAreRefused) {
-  {
-    EditableArchive archive(good_);  // a child list holding a string
-    uint64_t text = archive.append(plist_new_string("intruder"));
-    plist_array_append_item(archive.childRefs(archive.node("a")), plist_new_uid(text));
-    expectArchiveError(archive.decode(), kArchiveDamaged);
-  }
-  {
-    EditableArchive archive(good_);  // children that are not a list
-    uint64_t text = archive.append(plist_new_string("not a list"));
-    plist_set_uid_val(plist_dict_get_item(archive.object(archive.node("b")), "children"), text);
-    expectArchiveError(archive.decode(), kArchiveDamaged);
-  }
-  {
-    EditableArchive archive(good_);  // a size that is text
-    plist_dict_set_item(archive.object(archive.node("a1")), "size", plist_new_string("12"));
-    expectArchiveError(archive.decode(), kArchiveDamaged);
-  }
-  {
-    EditableArchive archive(good_);  // a location that is not a file URL
-    uint64_t text = archive.append(plist_new_string("https://example.org/a"));
-    uint64_t url =
-        EditableArchive::uid(plist_dict_get_item(archive.object(archive.node("a")), "URL"));
-    plist_set_uid_val(plist_dict_get_item(archive.object(url), "NS.relative"), text);
+    edit(archive);
     expectArchiveError(archive.decode(), kArchiveDamaged);
   }
 }
@@ -529,32 +419,22 @@ TEST_F(KeyedArchiveMalformed, NestingHundredThousandLevelsDeepIsRefused) {
 }
 
 TEST_F(KeyedArchiveMalformed, PropertyListGraphsThatWouldExplodeAreRefused) {
-  {
-    // Forty arrays each holding the next one twice: 2^40 objects once expanded.
+  // Forty arrays each holding the next one twice (2^40 objects once expanded), an array holding
+  // itself, and two thousand arrays nested in one another.
+  for (int shape = 0; shape < 3; ++shape) {
     RawPlist p;
     uint32_t next = p.boolean(false);
-    for (int i = 0; i < 40; ++i) next = p.array({next, next});
+    if (shape == 0)
+      for (int i = 0; i < 40; ++i) next = p.array({next, next});
+    if (shape == 1) next = p.array({1});
+    if (shape == 2)
+      for (int i = 0; i < 2000; ++i) next = p.array({next});
     expectArchiveError(decodeScanArchive(p.bytes(next)), kArchiveNotPropertyList);
   }
-  {
-    // An array holding itself.
-    RawPlist p;
-    uint32_t self = p.array({0});
-    expectArchiveError(decodeScanArchive(p.bytes(self)), kArchiveNotPropertyList);
-  }
-  {
-    // Two thousand arrays nested in one another.
-    RawPlist p;
-    uint32_t next = p.boolean(false);
-    for (int i = 0; i < 2000; ++i) next = p.array({next});
-    expectArchiveError(decodeScanArchive(p.bytes(next)), kArchiveNotPropertyList);
-  }
-  {
-    // Sharing within reason is fine.
-    RawPlist p;
-    uint32_t leaf = p.boolean(true);
-    EXPECT_FALSE(checkBinaryPlist(p.bytes(p.array({leaf, leaf}))).has_value());
-  }
+  // Sharing within reason is fine.
+  RawPlist p;
+  const uint32_t leaf = p.boolean(true);
+  EXPECT_FALSE(checkBinaryPlist(p.bytes(p.array({leaf, leaf}))).has_value());
 }
 
 TEST_F(KeyedArchiveMalformed, MutatedArchivesNeverCrash) {
@@ -563,32 +443,41 @@ TEST_F(KeyedArchiveMalformed, MutatedArchivesNeverCrash) {
   int decodedCount = 0;
   for (int round = 0; round < 3000; ++round) {
     std::vector<uint8_t> bytes = seed;
-    int flips = 1 + static_cast<int>(random() % 4);
-    for (int i = 0; i < flips; ++i) {
-      std::size_t at = random() % bytes.size();
-      switch (random() % 3) {
-        case 0:
-          bytes[at] ^= static_cast<uint8_t>(1u << (random() % 8));
-          break;
-        case 1:
-          bytes[at] = static_cast<uint8_t>(random());
-          break;
-        default:
-          bytes[at] = static_cast<uint8_t>(bytes[at] + 1);
-          break;
-      }
+    for (int flips = 1 + static_cast<int>(random() % 4); flips > 0; --flips) {
+      uint8_t& at = bytes[random() % bytes.size()];
+      const unsigned how = random() % 3;
+      at = how == 0   ? static_cast<uint8_t>(at ^ (1u << (random() % 8)))
+           : how == 1 ? static_cast<uint8_t>(random())
+                      : static_cast<uint8_t>(at + 1);
     }
     if (random() % 8 == 0) bytes.resize(random() % bytes.size());
     DecodedArchive decoded = decodeScanArchive(bytes);
-    if (decoded.root) {
-      ++decodedCount;
-      EXPECT_FALSE(decoded.error.has_value());
-    } else {
-      ASSERT_TRUE(decoded.error.has_value());
-      EXPECT_EQ(decoded.error->domain, kArchiveErrorDomain);
-    }
+    decodedCount += decoded.root != nullptr;
+    ASSERT_NE(decoded.root != nullptr, decoded.error.has_value());
+    EXPECT_EQ(decoded.error.value_or(Error{kArchiveErrorDomain, 0, ""}).domain,
+              kArchiveErrorDomain);
   }
   EXPECT_GT(decodedCount, 0);  // some mutations touch only values, and those still decode
+}
+
+// Every reference below `node`.
+void collectReferences(plist_t node, std::vector<plist_t>& refs) {
+  const plist_type type = plist_get_node_type(node);
+  if (type == PLIST_UID) refs.push_back(node);
+  if (type == PLIST_ARRAY)
+    for (uint32_t k = 0; k < plist_array_get_size(node); ++k)
+      collectReferences(plist_array_get_item(node, k), refs);
+  if (type != PLIST_DICT) return;
+  plist_dict_iter iter = nullptr;
+  plist_dict_new_iter(node, &iter);
+  for (plist_t value = nullptr;;) {
+    char* key = nullptr;
+    plist_dict_next_item(node, iter, &key, &value);
+    std::free(key);
+    if (!value) break;
+    collectReferences(value, refs);
+  }
+  std::free(iter);
 }
 
 TEST_F(KeyedArchiveMalformed, RewiredReferencesNeverCrash) {
@@ -596,37 +485,11 @@ TEST_F(KeyedArchiveMalformed, RewiredReferencesNeverCrash) {
   std::mt19937 random(99);
   for (int round = 0; round < 400; ++round) {
     EditableArchive archive(seed);
-    // Every reference in the archive, found by walking its objects.
     std::vector<plist_t> refs;
-    std::vector<plist_t> pending{archive.object(0)};
-    for (uint64_t i = 1; i < archive.count(); ++i) pending.push_back(archive.object(i));
-    while (!pending.empty()) {
-      plist_t node = pending.back();
-      pending.pop_back();
-      if (plist_get_node_type(node) == PLIST_UID) refs.push_back(node);
-      if (plist_get_node_type(node) == PLIST_ARRAY) {
-        for (uint32_t k = 0; k < plist_array_get_size(node); ++k) {
-          pending.push_back(plist_array_get_item(node, k));
-        }
-      }
-      if (plist_get_node_type(node) == PLIST_DICT) {
-        plist_dict_iter iter = nullptr;
-        plist_dict_new_iter(node, &iter);
-        for (;;) {
-          char* key = nullptr;
-          plist_t value = nullptr;
-          plist_dict_next_item(node, iter, &key, &value);
-          std::free(key);
-          if (!value) break;
-          pending.push_back(value);
-        }
-        std::free(iter);
-      }
-    }
+    for (uint64_t i = 0; i < archive.count(); ++i) collectReferences(archive.object(i), refs);
     ASSERT_FALSE(refs.empty());
-    for (int edits = 1 + static_cast<int>(random() % 3); edits > 0; --edits) {
+    for (int edits = 1 + static_cast<int>(random() % 3); edits > 0; --edits)
       plist_set_uid_val(refs[random() % refs.size()], random() % (archive.count() + 2));
-    }
     DecodedArchive decoded = archive.decode();
     if (!decoded.root) {
       ASSERT_TRUE(decoded.error.has_value());

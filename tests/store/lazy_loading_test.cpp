@@ -19,6 +19,7 @@
 namespace tw {
 namespace {
 
+using test::Names;
 using test::namesOf;
 
 // How many descriptors of this process are open on `path`.
@@ -179,10 +180,8 @@ TEST(NonUTF8NameTest, RawNamesSurviveScanWriteOpenAndLookup) {
   ScanNodeRef folder = store->nodeAtPath(tree.root() + "/" + badFolder);
   ASSERT_TRUE(folder);
   EXPECT_EQ(folder->name(), badFolder);
-  EXPECT_EQ(namesOf(std::vector<ScanNode*>(folder->children().begin(), folder->children().end())),
-            (std::vector<std::string>{badFile, "plain.txt"}));
-  EXPECT_EQ(namesOf(store->filesUnderNode(folder.get(), "\xff\xfe", 5)),
-            (std::vector<std::string>{badFile}));
+  EXPECT_EQ(test::childNames(folder.get()), (Names{badFile, "plain.txt"}));
+  EXPECT_EQ(namesOf(store->filesUnderNode(folder.get(), "\xff\xfe", 5)), (Names{badFile}));
   test::Sql sql(file);
   EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM items WHERE typeof(name)<>'text' OR "
                         "typeof(path)<>'text'"),

@@ -11,6 +11,8 @@
 namespace tw {
 namespace {
 
+using test::child;
+using test::Names;
 using test::namesOf;
 
 class QueryTest : public ::testing::Test {
@@ -26,12 +28,6 @@ class QueryTest : public ::testing::Test {
     ASSERT_TRUE(store) << error.description;
     root = store->rootNode();
     ASSERT_TRUE(root);
-  }
-
-  ScanNode* child(ScanNode* parent, std::string_view name) {
-    for (ScanNode* node : parent->children())
-      if (node->name() == name) return node;
-    return nullptr;
   }
 
   test::TempTree tree;
@@ -67,16 +63,14 @@ TEST_F(QueryTest, RootReadsAtMost500Issues) {
 }
 
 TEST_F(QueryTest, ChildrenComeInChildOrderWithPlainCaseInsensitiveTieBreak) {
-  EXPECT_EQ(
-      namesOf(store->childrenOfNode(*root)),
-      (std::vector<std::string>{"docs", "cache", "smaller objects\u2026", "hidden space\u2026"}));
+  EXPECT_EQ(namesOf(store->childrenOfNode(*root)),
+            (Names{"docs", "cache", "smaller objects\u2026", "hidden space\u2026"}));
   ScanNodeRef tree = ScanNode::makeRoot("/t", true);
   for (const char* name : {"b", "A", "c10", "c9", "C2"}) test::addNode(tree.get(), name, false, 5);
   test::addNode(tree.get(), "big", false, 9);
   openTree(tree);
   // Natural order would put C2 and c9 before c10; the stored order compares plain text.
-  EXPECT_EQ(namesOf(store->childrenOfNode(*root)),
-            (std::vector<std::string>{"big", "A", "b", "c10", "C2", "c9"}));
+  EXPECT_EQ(namesOf(store->childrenOfNode(*root)), (Names{"big", "A", "b", "c10", "C2", "c9"}));
 }
 
 TEST_F(QueryTest, NodeAtPathFindsTheStandardizedPath) {
@@ -96,18 +90,17 @@ TEST_F(QueryTest, AllNodesListShallowBeforeDeepIncludingTheNode) {
   ScanNode* docs = child(root.get(), "docs");
   ASSERT_TRUE(docs);
   EXPECT_EQ(namesOf(store->allNodesUnderNode(docs)),
-            (std::vector<std::string>{"docs", "a_b", "notes.txt", "Annual REPORT.pdf"}));
+            (Names{"docs", "a_b", "notes.txt", "Annual REPORT.pdf"}));
   EXPECT_EQ(store->allNodesUnderNode(root.get()).size(), 11u);
 }
 
 TEST_F(QueryTest, FilesLeaveOutFoldersSyntheticEntriesAndEmptyFiles) {
   EXPECT_EQ(namesOf(store->allFilesUnderNode(root.get())),
-            (std::vector<std::string>{"Annual REPORT.pdf", "big.bin", "a_b", "notes.txt", "tiny.c",
-                                      "Tiny.h"}));
+            (Names{"Annual REPORT.pdf", "big.bin", "a_b", "notes.txt", "tiny.c", "Tiny.h"}));
   EXPECT_EQ(namesOf(store->largestFilesUnderNode(root.get(), 2)),
-            (std::vector<std::string>{"Annual REPORT.pdf", "big.bin"}));
+            (Names{"Annual REPORT.pdf", "big.bin"}));
   EXPECT_EQ(namesOf(store->largestFilesUnderNode(child(root.get(), "cache"), 10)),
-            (std::vector<std::string>{"big.bin"}));
+            (Names{"big.bin"}));
   EXPECT_TRUE(store->largestFilesUnderNode(root.get(), 0).empty());
   EXPECT_TRUE(store->allFilesUnderNode(nullptr).empty());
 }
@@ -123,16 +116,16 @@ TEST_F(QueryTest, NameSearchIsSubstringWithoutWildcardsAndWholeNameWithThem) {
   auto search = [&](std::string_view text) {
     return namesOf(store->filesUnderNode(root.get(), text, 100));
   };
-  EXPECT_EQ(search("report"), (std::vector<std::string>{"Annual REPORT.pdf", "report.pdf.txt"}));
+  EXPECT_EQ(search("report"), (Names{"Annual REPORT.pdf", "report.pdf.txt"}));
   EXPECT_EQ(search(" \treport\n"), search("report"));
-  EXPECT_EQ(search("*.pdf"), (std::vector<std::string>{"Annual REPORT.pdf"}));
-  EXPECT_EQ(search("a_b"), (std::vector<std::string>{"a_b"}));
-  EXPECT_EQ(search("t?ny.*"), (std::vector<std::string>{"tiny.c", "Tiny.h"}));
-  EXPECT_EQ(search("100%"), (std::vector<std::string>{"100%"}));
-  EXPECT_EQ(search("100"), (std::vector<std::string>{"100%"}));
+  EXPECT_EQ(search("*.pdf"), (Names{"Annual REPORT.pdf"}));
+  EXPECT_EQ(search("a_b"), (Names{"a_b"}));
+  EXPECT_EQ(search("t?ny.*"), (Names{"tiny.c", "Tiny.h"}));
+  EXPECT_EQ(search("100%"), (Names{"100%"}));
+  EXPECT_EQ(search("100"), (Names{"100%"}));
   EXPECT_TRUE(search("   ").empty());
   EXPECT_EQ(namesOf(store->filesUnderNode(root.get(), "*", 2)),
-            (std::vector<std::string>{"Annual REPORT.pdf", "big.bin"}));
+            (Names{"Annual REPORT.pdf", "big.bin"}));
 }
 
 TEST_F(QueryTest, CleanupCandidatesAreDSStoreFilesAndLargeOldItems) {
@@ -151,9 +144,8 @@ TEST_F(QueryTest, CleanupCandidatesAreDSStoreFilesAndLargeOldItems) {
   add("Documents/big.bin", false, 90'000'000, now - 90 * day);
   openTree(tree);
   EXPECT_EQ(namesOf(store->cleanupCandidatesUnderNode(root.get(), 10)),
-            (std::vector<std::string>{"old.bin", "folder", "old.iso", ".DS_Store"}));
-  EXPECT_EQ(namesOf(store->cleanupCandidatesUnderNode(root.get(), 1)),
-            (std::vector<std::string>{"old.bin"}));
+            (Names{"old.bin", "folder", "old.iso", ".DS_Store"}));
+  EXPECT_EQ(namesOf(store->cleanupCandidatesUnderNode(root.get(), 1)), (Names{"old.bin"}));
   EXPECT_TRUE(store->cleanupCandidatesUnderNode(root.get(), 0).empty());
   EXPECT_TRUE(store->cleanupCandidatesUnderNode(nullptr, 10).empty());
 }
@@ -182,12 +174,10 @@ TEST_F(QueryTest, FilesByExtensionMatchOrExcludeLowerCasedLists) {
     EXPECT_FALSE(store->lastReadError());
     return namesOf(nodes);
   };
-  EXPECT_EQ(files({"PDF", "txt"}, {"pdf"}, 10),
-            (std::vector<std::string>{"Annual REPORT.pdf", "notes.txt"}));
-  EXPECT_EQ(files({}, {"PDF", ""}, 10),
-            (std::vector<std::string>{"big.bin", "notes.txt", "tiny.c", "Tiny.h"}));
+  EXPECT_EQ(files({"PDF", "txt"}, {"pdf"}, 10), (Names{"Annual REPORT.pdf", "notes.txt"}));
+  EXPECT_EQ(files({}, {"PDF", ""}, 10), (Names{"big.bin", "notes.txt", "tiny.c", "Tiny.h"}));
   EXPECT_EQ(files({}, {}, 10).size(), 6u);
-  EXPECT_EQ(files({}, {}, 1), (std::vector<std::string>{"Annual REPORT.pdf"}));
+  EXPECT_EQ(files({}, {}, 1), (Names{"Annual REPORT.pdf"}));
   EXPECT_TRUE(files({"pdf"}, {}, 0).empty());
 }
 
@@ -197,9 +187,8 @@ TEST_F(QueryTest, DeletedRowsHideTheirWholeSubtree) {
     sql.exec("UPDATE items SET is_deleted=1 WHERE name='docs'");
   }
   EXPECT_EQ(namesOf(store->childrenOfNode(*root)),
-            (std::vector<std::string>{"cache", "smaller objects\u2026", "hidden space\u2026"}));
-  EXPECT_EQ(namesOf(store->allFilesUnderNode(root.get())),
-            (std::vector<std::string>{"big.bin", "tiny.c", "Tiny.h"}));
+            (Names{"cache", "smaller objects\u2026", "hidden space\u2026"}));
+  EXPECT_EQ(namesOf(store->allFilesUnderNode(root.get())), (Names{"big.bin", "tiny.c", "Tiny.h"}));
   EXPECT_TRUE(store->filesUnderNode(root.get(), "report", 10).empty());
   EXPECT_EQ(store->allNodesUnderNode(root.get()).size(), 7u);
   auto summary = store->fileExtensionSummaryUnderNode(root.get());

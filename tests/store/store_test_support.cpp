@@ -1,21 +1,8 @@
 #include "store/store_test_support.h"
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <sstream>
-
 namespace tw::test {
-
-ScanNode* addNode(ScanNode* parent, std::string_view name, bool directory, uint64_t size,
-                  double modificationDate) {
-  ScanNode* node = parent->createNode(name, directory);
-  node->setSize(size);
-  node->setModificationDate(modificationDate);
-  parent->addChild(node);
-  return node;
-}
 
 ScanNodeRef makeSampleTree() {
   ScanNodeRef root = ScanNode::makeRoot("/data", true);
@@ -37,46 +24,6 @@ ScanNodeRef makeSampleTree() {
   root->setSourceItemCount(11);
   root->setScanIssues({{"/data/locked", "Permission denied"}});
   return root;
-}
-
-ScanNode* addPath(ScanNode* root, std::string_view relative, bool directory, uint64_t size) {
-  ScanNode* folder = root;
-  while (true) {
-    std::size_t slash = relative.find('/');
-    if (slash == std::string_view::npos) break;
-    std::string_view step = relative.substr(0, slash);
-    relative.remove_prefix(slash + 1);
-    ScanNode* found = nullptr;
-    for (ScanNode* child : folder->children())
-      if (child->name() == step) found = child;
-    folder = found ? found : addNode(folder, step, true, 0);
-  }
-  return addNode(folder, relative, directory, size, 1000);
-}
-
-std::string readFileBytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
-
-void writeFileBytes(const std::string& path, std::string_view bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-std::vector<std::string> listFolder(const std::string& folder) {
-  std::vector<std::string> names;
-  if (DIR* dir = opendir(folder.c_str())) {
-    while (dirent* entry = readdir(dir)) {
-      std::string name = entry->d_name;
-      if (name != "." && name != "..") names.push_back(name);
-    }
-    closedir(dir);
-  }
-  std::sort(names.begin(), names.end());
-  return names;
 }
 
 Sql::Sql(const std::string& path) {
@@ -116,18 +63,6 @@ std::optional<std::string> Sql::text(const std::string& sql) {
                         sqlite3_column_bytes(statement, 0));
   sqlite3_finalize(statement);
   return value;
-}
-
-std::vector<std::string> namesOf(const std::vector<ScanNodeRef>& nodes) {
-  std::vector<std::string> names;
-  for (const ScanNodeRef& node : nodes) names.emplace_back(node->name());
-  return names;
-}
-
-std::vector<std::string> namesOf(const std::vector<ScanNode*>& nodes) {
-  std::vector<std::string> names;
-  for (const ScanNode* node : nodes) names.emplace_back(node->name());
-  return names;
 }
 
 }  // namespace tw::test

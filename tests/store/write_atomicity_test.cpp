@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -85,7 +84,7 @@ class WriteAtomicityTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ASSERT_TRUE(ScanStore::writeRootNode(makeTree("old", 300).get(), file));
-    oldBytes = test::readFileBytes(file);
+    oldBytes = test::readFile(file);
   }
 
   test::TempTree tree;
@@ -110,10 +109,10 @@ TEST_F(WriteAtomicityTest, EachFailingSystemCallLeavesTheOldOrTheNewFileAndNoTem
       } else {
         ++failures;
         EXPECT_TRUE(hit);
-        EXPECT_EQ(test::readFileBytes(file), oldBytes);
+        EXPECT_EQ(test::readFile(file), oldBytes);
         EXPECT_FALSE(error.description.empty());
       }
-      test::writeFileBytes(file, oldBytes);
+      test::writeFile(file, oldBytes);
       if (!hit) break;
       ASSERT_LT(n, 10000);
     }
@@ -129,23 +128,22 @@ TEST_F(WriteAtomicityTest, EachFailingSystemCallLeavesTheOldOrTheNewFileAndNoTem
 
 TEST_F(WriteAtomicityTest, FailuresReportTheirDomainCodeAndContext) {
   ScanNodeRef newer = makeTree("new", 500);
-  Error error;
-  fault = Fault{Call::kOpen, 1};
-  EXPECT_FALSE(ScanStore::writeRootNode(newer.get(), file, kFaultyCalls, &error));
-  EXPECT_EQ(error,
-            (Error{kSQLiteErrorDomain, 14, "Create scan database: unable to open database file"}));
-  fault = Fault{Call::kPwrite, 1, 0, 0, ENOSPC};
-  EXPECT_FALSE(ScanStore::writeRootNode(newer.get(), file, kFaultyCalls, &error));
-  EXPECT_EQ(error,
-            (Error{kSQLiteErrorDomain, 13, "Write scan database: database or disk is full"}));
-  fault = Fault{Call::kRename, 1, 0, 0, EXDEV};
-  EXPECT_FALSE(ScanStore::writeRootNode(newer.get(), file, kFaultyCalls, &error));
-  EXPECT_EQ(error, posixError(EXDEV));
-  fault = Fault{Call::kFsync, 1, 0, 0, EIO};
-  EXPECT_FALSE(ScanStore::writeRootNode(newer.get(), file, kFaultyCalls, &error));
-  EXPECT_EQ(error, posixError(EIO));
-  EXPECT_EQ(test::readFileBytes(file), oldBytes);
-  EXPECT_EQ(strayFiles(folder, "scan.sqlite"), std::vector<std::string>{});
+  const std::vector<std::pair<Fault, Error>> cases = {
+      {{Call::kOpen, 1},
+       {kSQLiteErrorDomain, 14, "Create scan database: unable to open database file"}},
+      {{Call::kPwrite, 1, 0, 0, ENOSPC},
+       {kSQLiteErrorDomain, 13, "Write scan database: database or disk is full"}},
+      {{Call::kRename, 1, 0, 0, EXDEV}, posixError(EXDEV)},
+      {{Call::kFsync, 1, 0, 0, EIO}, posixError(EIO)},
+  };
+  for (const auto& [injected, expected] : cases) {
+    fault = injected;
+    Error error;
+    EXPECT_FALSE(ScanStore::writeRootNode(newer.get(), file, kFaultyCalls, &error));
+    EXPECT_EQ(error, expected);
+    EXPECT_EQ(test::readFile(file), oldBytes);
+    EXPECT_EQ(strayFiles(folder, "scan.sqlite"), std::vector<std::string>{});
+  }
 }
 
 TEST_F(WriteAtomicityTest, MissingRootOrRelativeDestinationFailsWithoutError) {
@@ -176,24 +174,24 @@ TEST_F(WriteAtomicityTest, ReadOnlyFolderRefusesTheWriteAndKeepsTheOldFile) {
     return 0;
   });
   EXPECT_EQ(status, 0);
-  EXPECT_EQ(test::readFileBytes(file), oldBytes);
+  EXPECT_EQ(test::readFile(file), oldBytes);
   EXPECT_EQ(strayFiles(folder, "scan.sqlite"), std::vector<std::string>{});
 }
 
 TEST_F(WriteAtomicityTest, FullDiskKeepsTheOldFile) {
   if (!test::canMount()) GTEST_SKIP() << "mounting a small tmpfs is not allowed here";
   const std::string small = tree.folder("small");
-  ASSERT_EQ(mount("tarnwell-full", small.c_str(), "tmpfs", 0, "size=256k"), 0);
+  test::MountGuard mounts;
+  ASSERT_TRUE(mounts.mount("tarnwell-full", small, "tmpfs", 0, "size=256k"));
   const std::string target = small + "/scan.sqlite";
   ASSERT_TRUE(ScanStore::writeRootNode(makeTree("old", 50).get(), target));
-  const std::string before = test::readFileBytes(target);
+  const std::string before = test::readFile(target);
   Error error;
   EXPECT_FALSE(ScanStore::writeRootNode(makeTree("new", 20000).get(), target, &error));
   EXPECT_EQ(error,
             (Error{kSQLiteErrorDomain, 13, "Write scan database: database or disk is full"}));
-  EXPECT_EQ(test::readFileBytes(target), before);
+  EXPECT_EQ(test::readFile(target), before);
   EXPECT_EQ(strayFiles(small, "scan.sqlite"), std::vector<std::string>{});
-  umount(small.c_str());
 }
 
 TEST_F(WriteAtomicityTest, TwoWritersToOneDestinationLeaveOneCompleteFile) {
@@ -236,7 +234,7 @@ TEST_F(WriteAtomicityTest, WriterKilledAtAnyMomentLeavesTheOldFileAndAtMostATemp
 
   int sawNew = 0, sawOld = 0;
   for (int round = 0; round < 12; ++round) {
-    test::writeFileBytes(file, oldBytes);
+    test::writeFile(file, oldBytes);
     const pid_t child = fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
@@ -255,7 +253,7 @@ TEST_F(WriteAtomicityTest, WriterKilledAtAnyMomentLeavesTheOldFileAndAtMostATemp
           << stray[0];
       unlink((folder + "/" + stray[0]).c_str());
     }
-    if (test::readFileBytes(file) == oldBytes) {
+    if (test::readFile(file) == oldBytes) {
       ++sawOld;
     } else {
       EXPECT_EQ(rootNameOf(file), "new") << "round " << round;

@@ -2,14 +2,18 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <stdexcept>
-#include <vector>
 
 namespace tw::test {
 
@@ -18,10 +22,8 @@ namespace fs = std::filesystem;
 TempTree::TempTree() {
   const char* tmp = std::getenv("TMPDIR");
   std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/tarnwell-test-XXXXXX";
-  std::vector<char> buf(pattern.begin(), pattern.end());
-  buf.push_back('\0');
-  if (!mkdtemp(buf.data())) throw std::runtime_error("mkdtemp failed");
-  root_ = buf.data();
+  if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+  root_ = pattern;
   chmod(root_.c_str(), 0755);
 }
 
@@ -46,13 +48,13 @@ std::string TempTree::folder(const std::string& relative) {
   return full;
 }
 
-static void makeParent(const std::string& full) {
+static std::string withParent(const std::string& full) {
   fs::create_directories(fs::path(full).parent_path());
+  return full;
 }
 
 std::string TempTree::file(const std::string& relative, uint64_t bytes) {
-  std::string full = path(relative);
-  makeParent(full);
+  std::string full = withParent(path(relative));
   int fd = open(full.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fd < 0) throw std::runtime_error("cannot create " + full);
   std::vector<char> block(1 << 16, 'x');
@@ -67,22 +69,19 @@ std::string TempTree::file(const std::string& relative, uint64_t bytes) {
 }
 
 std::string TempTree::hardLink(const std::string& existing, const std::string& relative) {
-  std::string full = path(relative);
-  makeParent(full);
+  std::string full = withParent(path(relative));
   if (link(path(existing).c_str(), full.c_str()) != 0) throw std::runtime_error("link");
   return full;
 }
 
 std::string TempTree::symlink(const std::string& target, const std::string& relative) {
-  std::string full = path(relative);
-  makeParent(full);
+  std::string full = withParent(path(relative));
   if (::symlink(target.c_str(), full.c_str()) != 0) throw std::runtime_error("symlink");
   return full;
 }
 
 std::string TempTree::fifo(const std::string& relative) {
-  std::string full = path(relative);
-  makeParent(full);
+  std::string full = withParent(path(relative));
   if (mkfifo(full.c_str(), 0644) != 0) throw std::runtime_error("mkfifo");
   return full;
 }
@@ -101,28 +100,140 @@ uint64_t allocatedSize(const std::string& path) {
   return static_cast<uint64_t>(st.st_blocks) * 512;
 }
 
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+void writeFile(const std::string& path, std::string_view bytes) {
+  std::ofstream out(withParent(path), std::ios::binary | std::ios::trunc);
+  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+}
+
+std::vector<std::string> listFolder(const std::string& folder, bool sorted) {
+  std::vector<std::string> names;
+  std::error_code ec;
+  // The directory iterator reads entries in the file system's own order.
+  for (const auto& entry : fs::directory_iterator(folder, ec))
+    names.push_back(entry.path().filename().string());
+  if (sorted) std::sort(names.begin(), names.end());
+  return names;
+}
+
+static bool becomeNobody() {
+  return setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 &&
+         setresuid(65534, 65534, 65534) == 0;
+}
+
 int runUnprivileged(const std::function<int()>& body) {
   pid_t pid = fork();
   if (pid < 0) return -1;
-  if (pid == 0) {
-    if (setgroups(0, nullptr) != 0 || setresgid(65534, 65534, 65534) != 0 ||
-        setresuid(65534, 65534, 65534) != 0)
-      _exit(125);
-    _exit(body());
-  }
+  if (pid == 0) _exit(becomeNobody() ? body() : 125);
   int status = 0;
   if (waitpid(pid, &status, 0) < 0) return -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+std::string runUnprivilegedReporting(const std::function<std::string()>& body) {
+  int fds[2];
+  if (pipe(fds) != 0) return "pipe failed";
+  const int status = runUnprivileged([&] {
+    close(fds[0]);
+    alarm(20);  // a hung body ends the child, and so fails the test
+    std::string report = body();
+    // Stay below the pipe's capacity: the parent reads only after the child has ended.
+    if (report.size() > 16000) report.resize(16000);
+    if (!report.empty() && write(fds[1], report.data(), report.size()) < 0) return 2;
+    return report.empty() ? 0 : 1;
+  });
+  close(fds[1]);
+  std::string report;
+  char buffer[4096];
+  for (ssize_t n; (n = read(fds[0], buffer, sizeof buffer)) > 0;) report.append(buffer, n);
+  close(fds[0]);
+  if (status == 125) return "could not become user nobody";
+  if (status != 0 && report.empty()) return "child ended with status " + std::to_string(status);
+  return report;
+}
+
+ProcessRun runProcess(const std::vector<std::string>& args, bool unprivileged) {
+  TempTree outputs;
+  const std::string outPath = outputs.path("out"), errPath = outputs.path("err");
+  const int outFd = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  const int errFd = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  std::vector<char*> argv;
+  for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
+  argv.push_back(nullptr);
+  ProcessRun run;
+  const pid_t pid = fork();
+  if (pid == 0) {
+    if (unprivileged && !becomeNobody()) _exit(125);
+    dup2(outFd, STDOUT_FILENO);
+    dup2(errFd, STDERR_FILENO);
+    execv(argv[0], argv.data());
+    _exit(127);
+  }
+  int status = 0;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  pid_t done = 0;
+  while ((done = waitpid(pid, &status, WNOHANG)) == 0 &&
+         std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  if (done == 0) {
+    kill(pid, SIGKILL);
+    waitpid(pid, &status, 0);
+    run.status = -2;
+  } else {
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  close(outFd);
+  close(errFd);
+  run.out = readFile(outPath);
+  run.err = readFile(errPath);
+  return run;
+}
+
 bool canMount() {
-  if (geteuid() != 0) return false;
-  TempTree probe;
-  std::string target = probe.folder("mnt");
-  std::string command = "mount -t tmpfs -o size=1m tarnwell-probe '" + target + "' 2>/dev/null";
-  if (std::system(command.c_str()) != 0) return false;
-  std::system(("umount '" + target + "' 2>/dev/null").c_str());
+  static const bool allowed = [] {
+    if (geteuid() != 0) return false;
+    TempTree probe;
+    MountGuard guard;
+    return guard.mount("tarnwell-probe", probe.folder("mnt"), "tmpfs", 0, "size=1m");
+  }();
+  return allowed;
+}
+
+MountGuard::~MountGuard() {
+  for (auto it = targets_.rbegin(); it != targets_.rend(); ++it)
+    if (umount2(it->c_str(), 0) != 0) umount2(it->c_str(), MNT_DETACH);
+}
+
+bool MountGuard::mount(const char* source, const std::string& target, const char* type,
+                       unsigned long flags, const char* data) {
+  if (::mount(source, target.c_str(), type, flags, data) != 0) return false;
+  targets_.push_back(target);
   return true;
+}
+
+Watchdog::Watchdog(const char* what, int seconds) {
+  thread_ = std::thread([this, what, seconds] {
+    std::unique_lock lock(mutex_);
+    if (!wake_.wait_for(lock, std::chrono::seconds(seconds), [this] { return done_; })) {
+      std::fprintf(stderr, "HANG: %s did not finish within %d s\n", what, seconds);
+      std::abort();
+    }
+  });
+}
+
+Watchdog::~Watchdog() {
+  {
+    std::lock_guard lock(mutex_);
+    done_ = true;
+  }
+  wake_.notify_all();
+  thread_.join();
 }
 
 }  // namespace tw::test

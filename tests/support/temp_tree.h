@@ -1,11 +1,17 @@
-// Real temporary folder trees for file-system tests: made fresh per test, removed afterwards.
+// Real temporary folder trees for file-system tests: made fresh per test, removed afterwards; with
+// the file, process, mount and time-limit helpers the tests on them share.
 #pragma once
 
 #include <sys/types.h>
 
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
 
 namespace tw::test {
 
@@ -36,11 +42,59 @@ class TempTree {
 // Allocated size of a file as the scanner measures it (st_blocks × 512).
 uint64_t allocatedSize(const std::string& path);
 
+// A file's bytes ("" when it cannot be read); writing makes missing folders, replaces the file
+// and does not sync it.
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, std::string_view bytes);
+// The names in a folder without "." and "..", sorted, or in the order the file system lists them.
+std::vector<std::string> listFolder(const std::string& folder, bool sorted = true);
+
 // Runs `body` in a child process as user and group 65534 (nobody), which cannot read folders it
 // was not given; returns the child's exit status (or -1 when it could not run).
 int runUnprivileged(const std::function<int()>& body);
+// The same for a body returning the text of what went wrong ("" when all is well); a child
+// running longer than 20 s is ended, and the text says so.
+std::string runUnprivilegedReporting(const std::function<std::string()>& body);
 
-// Whether this process may mount file systems (root with CAP_SYS_ADMIN in a mount-capable place).
+// A program run to its end: exit status (-1 crashed, -2 hung and stopped after 20 s, 125 could not
+// become nobody) and what it wrote to standard output and error.
+struct ProcessRun {
+  int status = -1;
+  std::string out, err;
+};
+ProcessRun runProcess(const std::vector<std::string>& argv, bool unprivileged = false);
+
+// Whether this process may mount file systems (root with CAP_SYS_ADMIN in a mount-capable place);
+// asked once.
 bool canMount();
+
+// Unmounts what it mounted when the test ends, whatever happened.
+class MountGuard {
+ public:
+  ~MountGuard();
+  bool mount(const char* source, const std::string& target, const char* type, unsigned long flags,
+             const char* data);
+
+ private:
+  std::vector<std::string> targets_;
+};
+
+// Ends the test run with a message when the guarded code takes longer than `seconds`, so code
+// that blocks fails instead of holding up the whole run.
+class Watchdog {
+ public:
+  Watchdog(const char* what, int seconds);
+  ~Watchdog();
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  bool done_ = false;
+  std::thread thread_;
+};
+
+// Only root can switch to user nobody; elsewhere the tests that need it are skipped.
+#define TW_SKIP_UNLESS_ROOT() \
+  if (geteuid() != 0) GTEST_SKIP() << "needs root to run as user nobody"
 
 }  // namespace tw::test
