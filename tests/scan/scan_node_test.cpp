@@ -23,12 +23,12 @@ ScanNode* addGroup(ScanNode* parent, std::string_view name, uint64_t size, bool 
   return group;
 }
 
-// A sorted root at `path` of total `size` holding the files of `spec` ("name:size …").
-ScanNodeRef sorted(std::string_view path, uint64_t size, std::string_view spec,
+// A sorted root at `path` of total `size` holding the files of `listing` ("name:size …").
+ScanNodeRef sorted(std::string_view path, uint64_t size, std::string_view listing,
                    bool volumeRoot = false) {
   ScanNodeRef root = ScanNode::makeRoot(path, true);
   root->setVolumeRoot(volumeRoot);
-  addFiles(root.get(), spec);
+  addFiles(root.get(), listing);
   root->setSize(size);
   EXPECT_TRUE(root->sortRecursively());
   return root;

@@ -41,8 +41,8 @@ inline ScanNode* addFile(ScanNode* parent, std::string_view name, uint64_t size)
   return addNode(parent, name, false, size);
 }
 // Adds files to `parent` from "name:size name:size …", in that order.
-inline void addFiles(ScanNode* parent, std::string_view spec) {
-  std::istringstream in{std::string(spec)};
+inline void addFiles(ScanNode* parent, std::string_view listing) {
+  std::istringstream in{std::string(listing)};
   for (std::string item; in >> item;) {
     const std::size_t colon = item.rfind(':');
     addFile(parent, item.substr(0, colon), std::stoull(item.substr(colon + 1)));
