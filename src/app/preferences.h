@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "app/library_preferences.h"
 #include "scan/directory_scanner.h"
 
 namespace tw {
@@ -18,16 +19,17 @@ namespace tw {
 inline constexpr const char* kSkipPackagesKey = "TWSkipApplicationBundlesAndPackages";
 inline constexpr const char* kExcludedPathsKey = "TWExcludedPaths";
 inline constexpr const char* kExcludedFilePatternsKey = "TWExcludedFilePatterns";
-inline constexpr const char* kForgottenScanDatesByPathKey = "TWForgottenScanDatesByPath";
+using library::kForgottenScanDatesByPathKey;  // kept by the scan library
 inline constexpr const char* kKnownFolderPathsKey = "TWKnownFolderPaths";
 inline constexpr const char* kFavoriteFolderPathsKey = "TWFavoriteFolderPaths";
 inline constexpr const char* kRemovedOverviewPathsKey = "TWRemovedOverviewPaths";
 inline constexpr const char* kFolderSecurityBookmarksKey = "TWFolderSecurityBookmarks";
 inline constexpr const char* kVolumeSecurityBookmarksKey = "TWVolumeSecurityBookmarks";
 
-// Organisation and application name of the settings file ($XDG_CONFIG_HOME/Tarnwell/Tarnwell.conf).
-inline constexpr const char* kSettingsOrganization = "Tarnwell";
-inline constexpr const char* kSettingsApplication = "Tarnwell";
+// Organisation and application name of the settings file ($XDG_CONFIG_HOME/Tarnwell/Tarnwell.conf),
+// shared with the scan library's own preferences.
+using library::kSettingsApplication;
+using library::kSettingsOrganization;
 
 // Defaults: registered at start-up, in effect whenever the user has not set a key.
 void registerDefaultPreferences();
