@@ -46,7 +46,6 @@ using CompletionHandler =
 // Figures about one walk, for the command-line tool and the benchmarks.
 struct ScanStatistics {
   uint64_t itemsVisited = 0;
-  uint64_t nodes = 0;
   double walkSeconds = 0;
   double sortSeconds = 0;
 };

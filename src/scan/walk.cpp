@@ -131,7 +131,6 @@ class Walk final : public EntryClassifier {
   NodeArena* arena_ = nullptr;
   bool volumeRoot_ = false;
   std::string systemRoot_;  // set when the system-disk rules apply to this walk
-  std::shared_ptr<FileDescriptor> rootDescriptor_;
   uint64_t rootMountID_ = 0;
   uint64_t rootDevice_ = 0;
   ReadOptions readOptions_;
@@ -158,7 +157,7 @@ class Walk final : public EntryClassifier {
 bool Walk::openRoot() {
   int fd = open(rootPath_.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return false;
-  rootDescriptor_ = std::make_shared<FileDescriptor>(fd);
+  const FileDescriptor root(fd);  // only for the figures below; the walk opens the root itself
   struct statx st {};
   if (statx(fd, "", AT_EMPTY_PATH, STATX_MNT_ID | STATX_INO, &st) == 0) {
     rootMountID_ = (st.stx_mask & STATX_MNT_ID) ? st.stx_mnt_id : 0;
