@@ -31,16 +31,9 @@ bool isPackageName(std::string_view name) {
       "app",  "bundle",    "framework",   "plugin",     "appex", "kext",
       "xpc",  "prefpane",  "qlgenerator", "mdimporter", "saver", "photoslibrary",
       "rtfd", "xcodeproj", "xcworkspace", "playground", "pkg",   "mpkg"};
-  std::size_t dot = name.rfind('.');
-  if (dot == std::string_view::npos || dot == 0) return false;
-  std::string_view ext = name.substr(dot + 1);
-  for (std::string_view known : kExtensions) {
-    if (known.size() != ext.size()) continue;
-    bool same = true;
-    for (std::size_t i = 0; i < ext.size() && same; ++i)
-      same = static_cast<char>(std::tolower(static_cast<unsigned char>(ext[i]))) == known[i];
-    if (same) return true;
-  }
+  const std::string ext = fileExtension(name);
+  for (std::string_view known : kExtensions)
+    if (ext == known) return true;
   return false;
 }
 

@@ -24,6 +24,11 @@ bool isSameOrInside(std::string_view path, std::string_view folder);
 bool isInside(std::string_view path, std::string_view folder);
 // `folder` followed by "/" and `name`, without doubling the "/" of the root.
 std::string appendPathComponent(std::string_view folder, std::string_view name);
+// The lower-cased part after the last dot of a name whose stem is not empty; "" when there is
+// none (".bashrc", "Makefile", "archive.").
+std::string fileExtension(std::string_view name);
+// ASCII lower case, leaving every other byte as it is (as SQLite's lower() does).
+std::string asciiLowercase(std::string_view text);
 // The user's home folder ($HOME, else the password database).
 std::string homeDirectory();
 

@@ -38,14 +38,6 @@ bool equalsIgnoringAsciiCase(std::string_view a, std::string_view b) {
   return true;
 }
 
-std::string lowercaseExtension(std::string_view name) {
-  std::size_t dot = name.rfind('.');
-  if (dot == std::string_view::npos) return {};
-  std::string ext(name.substr(dot + 1));
-  for (char& c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return ext;
-}
-
 struct FileID {
   uint64_t device;
   uint64_t inode;
@@ -202,8 +194,7 @@ Disposition Walk::classify(const std::string& folderPath, const DirListing& list
   }
   if (e.isDirectory() && settings_.skipPackages && isPackageName(name)) {
     // The snapshot makes no exception for archives: stored fingerprints were made that way.
-    if (mode_ == Mode::Snapshot || lowercaseExtension(name) != "xcarchive")
-      return Disposition::Package;
+    if (mode_ == Mode::Snapshot || fileExtension(name) != "xcarchive") return Disposition::Package;
   }
   return Disposition::Item;
 }

@@ -4,19 +4,6 @@
 
 namespace tw {
 
-std::string asciiLowercase(std::string_view text) {
-  std::string out(text);
-  for (char& c : out)
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  return out;
-}
-
-std::string fileExtension(std::string_view name) {
-  std::size_t dot = name.rfind('.');
-  if (dot == std::string_view::npos || dot == 0) return {};
-  return asciiLowercase(name.substr(dot + 1));
-}
-
 std::optional<std::string_view> cleanupKind(std::string_view lowerPath, std::string_view lowerName,
                                             std::string_view extension, bool isDirectory) {
   auto contains = [lowerPath](std::string_view part) {

@@ -6,14 +6,9 @@
 #include <string>
 #include <string_view>
 
+#include "platform/paths.h"  // fileExtension, asciiLowercase
+
 namespace tw {
-
-// The lower-cased part after the last dot of a name whose stem is not empty; "" when there is
-// none (".bashrc", "Makefile", "archive.").
-std::string fileExtension(std::string_view name);
-
-// ASCII lower case, leaving every other byte as it is (as SQLite's lower() does).
-std::string asciiLowercase(std::string_view text);
 
 // The cleanup class stored in items.cleanup_kind, from the first matching rule, or none.
 // `lowerPath` is the standardized path in lower case, `lowerName` the name in lower case and
