@@ -2,30 +2,26 @@
 // choice of a segment's base colour. Plain sRGB values, so the layout needs no GUI library.
 #pragma once
 
+#include "ui/palette.h"
+
 namespace tw {
 
 class ScanNode;
 
-// An sRGB colour with components in 0…1.
-struct SunburstColor {
-  double red = 0;
-  double green = 0;
-  double blue = 0;
-  double alpha = 1;
-  bool operator==(const SunburstColor&) const = default;
-};
+// An sRGB colour with components in 0…1: the interface's own colour type.
+using SunburstColor = Rgba;
 
 namespace sunburst {
 
 // Palette entries used by the chart.
-inline constexpr SunburstColor kBackground{0.105, 0.114, 0.137};  // view and centre disc
-inline constexpr SunburstColor kAccentTeal{0.3, 0.88, 0.84};      // centre label, plain root
-inline constexpr SunburstColor kCloneBlue{0.43, 0.68, 0.86};
-inline constexpr SunburstColor kVirtualPurple{0.72, 0.2, 0.73};
+inline constexpr SunburstColor kBackground = palette::kBackground;  // view and centre disc
+inline constexpr SunburstColor kAccentTeal = palette::kAccentTeal;  // centre label, plain root
+inline constexpr SunburstColor kCloneBlue = palette::kCloneBlue;
+inline constexpr SunburstColor kVirtualPurple = palette::kVirtualPurple;
 inline constexpr SunburstColor kFileGrey{0.48, 0.48, 0.48};       // files, "smaller objects…"
 inline constexpr SunburstColor kOutline{0.08, 0.08, 0.08, 0.55};  // × the segment's alpha
-inline constexpr SunburstColor kEmptyRootRing{1.0, 1.0, 1.0, 0.075};
-inline constexpr SunburstColor kEmptyRootText{0.62, 0.62, 0.62};
+inline constexpr SunburstColor kEmptyRootRing = palette::kHairline;
+inline constexpr SunburstColor kEmptyRootText = palette::kSecondaryText;
 
 // Hue, saturation and brightness (each 0…1) to sRGB, alpha 1.
 SunburstColor colorFromHSB(double hue, double saturation, double brightness);

@@ -6,6 +6,7 @@ namespace tw {
 
 struct Rgba {
   double red = 0, green = 0, blue = 0, alpha = 1;
+  bool operator==(const Rgba&) const = default;
 };
 
 namespace palette {
