@@ -8,11 +8,6 @@
 
 namespace tw {
 
-QColor toQColor(const Rgba& colour) {
-  return QColor::fromRgbF(static_cast<float>(colour.red), static_cast<float>(colour.green),
-                          static_cast<float>(colour.blue), static_cast<float>(colour.alpha));
-}
-
 namespace {
 QColor grey(double white, double alpha = 1.0) {
   return toQColor({white, white, white, alpha});

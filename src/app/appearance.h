@@ -6,13 +6,13 @@
 #include <QPalette>
 
 #include "ui/palette.h"
+#include "ui/qt_color.h"
 
 class QApplication;
 class QMessageBox;
 
 namespace tw {
 
-QColor toQColor(const Rgba& colour);
 QPalette darkPalette();
 // Sets Tarnwell's style (Fusion, adjusted) and the dark palette on `app`.
 void applyDarkAppearance(QApplication& app);

@@ -27,12 +27,6 @@ constexpr double kEmptyRingWidth = 2;
 constexpr int kCentreFontSize = 17;
 constexpr int kEmptyFontSize = 14;
 
-QColor withAlpha(const SunburstColor& color, double alpha) {
-  return QColor::fromRgbF(static_cast<float>(color.red), static_cast<float>(color.green),
-                          static_cast<float>(color.blue),
-                          static_cast<float>(std::clamp(alpha, 0.0, 1.0)));
-}
-
 // One pass of a box blur of radius `r` along rows (or columns) of a premultiplied image.
 void boxBlurPass(QImage& image, int r, bool horizontal) {
   const int width = image.width();
@@ -93,10 +87,6 @@ void drawGlow(QPainter& painter, const QPainterPath& path, const QColor& color, 
 
 }  // namespace
 
-QColor toQColor(const SunburstColor& color) {
-  return withAlpha(color, color.alpha);
-}
-
 QPainterPath pathFromStart(double start, double end, double inner, double outer, QPointF center,
                            double scale) {
   const double ro = outer * scale;
@@ -134,7 +124,7 @@ QColor fillColor(const SunburstSegment& segment, double alpha, const SunburstHig
                                   : highlight.hoverFlickerBright ? kHoverBrightBlend
                                                                  : kHoverDimBlend);
   }
-  return withAlpha(base, alpha);
+  return toQColor(base, alpha);
 }
 
 void drawSegment(QPainter& painter, const SunburstSegment& segment, double start, double end,
@@ -146,10 +136,10 @@ void drawSegment(QPainter& painter, const SunburstSegment& segment, double start
   if (highlight.listHoveredNode && segment.node == highlight.listHoveredNode) {
     const SunburstColor glow =
         blendTowardWhite({fill.redF(), fill.greenF(), fill.blueF(), 1.0}, kGlowBlend);
-    drawGlow(painter, path, withAlpha(glow, kGlowAlpha * fill.alphaF()), kGlowBlurRadius);
+    drawGlow(painter, path, toQColor(glow, kGlowAlpha * fill.alphaF()), kGlowBlurRadius);
   }
   painter.fillPath(path, fill);
-  QPen pen(withAlpha(kOutline, kOutline.alpha * fill.alphaF()));
+  QPen pen(toQColor(kOutline, kOutline.alpha * fill.alphaF()));
   pen.setWidthF(kOutlineWidth);
   painter.strokePath(path, pen);
 }

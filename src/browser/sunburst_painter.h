@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "browser/sunburst_layout.h"
+#include "ui/qt_color.h"
 
 class QPainter;
 
@@ -46,8 +47,6 @@ struct SunburstHighlight {
 };
 
 namespace sunburst {
-
-QColor toQColor(const SunburstColor& color);
 
 // Outline of an annular sector: the outer arc from start to end, the inner arc back, closed.
 QPainterPath pathFromStart(double start, double end, double inner, double outer, QPointF center,

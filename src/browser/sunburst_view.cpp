@@ -61,12 +61,12 @@ void SunburstView::setListHoveredNode(ScanNode* node) {
 }
 
 std::optional<QColor> SunburstView::colorForNode(const ScanNode* node) const {
-  if (auto color = layout_.colorForNode(node)) return sunburst::toQColor(*color);
+  if (auto color = layout_.colorForNode(node)) return toQColor(*color);
   return std::nullopt;
 }
 
 QColor SunburstView::rootColor() const {
-  return sunburst::toQColor(layout_.rootColor());
+  return toQColor(layout_.rootColor());
 }
 
 QPointF SunburstView::chartCenter() const {
@@ -145,7 +145,7 @@ void SunburstView::paintHighlightsOver(QPainter& painter) const {
   if (!h.hoveredSegment && !h.listHoveredNode) return;
   const QPointF center = chartCenter();
   const double scale = chartScale();
-  const QColor background = sunburst::toQColor(sunburst::kBackground);
+  const QColor background = toQColor(sunburst::kBackground);
   QPainterPathStroker stroker;
   stroker.setWidth(1.0);
   auto redraw = [&](const SunburstSegment& s) {

@@ -134,14 +134,11 @@ TEST_F(SunburstViewTest, CentreClickAsksForTheParentAndNewRootsClearTheSelection
 TEST_F(SunburstViewTest, PaintsFoldersByHueOnTheirSideOfTheCircle) {
   const QImage image = view_.grab().toImage();
   EXPECT_EQ(image.size(), QSize(400, 400));
-  const QColor background = sunburst::toQColor(sunburst::kBackground);
+  const QColor background = toQColor(sunburst::kBackground);
   expectColorNear(image.pixelColor(3, 3), background);
-  expectColorNear(image.pixelColor(pointAt(kPi / 2, 67)),
-                  sunburst::toQColor(sunburst::hueColor(0.25, 0)));
-  expectColorNear(image.pixelColor(pointAt(1.5 * kPi, 67)),
-                  sunburst::toQColor(sunburst::hueColor(0.75, 0)));
-  expectColorNear(image.pixelColor(pointAt(1.5 * kPi, 100)),
-                  sunburst::toQColor(sunburst::kFileGrey));
+  expectColorNear(image.pixelColor(pointAt(kPi / 2, 67)), toQColor(sunburst::hueColor(0.25, 0)));
+  expectColorNear(image.pixelColor(pointAt(1.5 * kPi, 67)), toQColor(sunburst::hueColor(0.75, 0)));
+  expectColorNear(image.pixelColor(pointAt(1.5 * kPi, 100)), toQColor(sunburst::kFileGrey));
   // Free of rings: the centre disc away from its label, the ring beyond "first".
   expectColorNear(image.pixelColor(pointAt(0.5, 40)), background);
   expectColorNear(image.pixelColor(pointAt(kPi / 2, 100)), background);
@@ -160,21 +157,21 @@ TEST_F(SunburstViewTest, HoverListHoverAndSelectionChangeTheFill) {
   QTest::mouseMove(&view_, pointAt(kPi / 2, 67));
   ASSERT_NE(view_.hoveredSegment(), nullptr);
   EXPECT_TRUE(view_.hoverFlickerBright());
-  expectColorNear(pixelAt(kPi / 2, 67), sunburst::toQColor(sunburst::blendTowardWhite(base, 0.3)));
+  expectColorNear(pixelAt(kPi / 2, 67), toQColor(sunburst::blendTowardWhite(base, 0.3)));
   view_.setHoverFlickerBright(false);
-  expectColorNear(pixelAt(kPi / 2, 67), sunburst::toQColor(sunburst::blendTowardWhite(base, 0.08)));
+  expectColorNear(pixelAt(kPi / 2, 67), toQColor(sunburst::blendTowardWhite(base, 0.08)));
   // Leaving the chart drops the highlight.
   QTest::mouseMove(&view_, QPoint(2, 2));
-  expectColorNear(pixelAt(kPi / 2, 67), sunburst::toQColor(base));
+  expectColorNear(pixelAt(kPi / 2, 67), toQColor(base));
 
   view_.setListHoveredNode(first_);
-  expectColorNear(pixelAt(kPi / 2, 67), sunburst::toQColor(sunburst::blendTowardWhite(base, 0.34)));
+  expectColorNear(pixelAt(kPi / 2, 67), toQColor(sunburst::blendTowardWhite(base, 0.34)));
   view_.setListHoveredNode(nullptr);
 
   // Selecting "second" dims every other segment to 32 %.
   QTest::mouseClick(&view_, Qt::LeftButton, {}, pointAt(1.5 * kPi, 67));
   expectColorNear(pixelAt(kPi / 2, 67), over(base, 0.32));
-  expectColorNear(pixelAt(1.5 * kPi, 67), sunburst::toQColor(sunburst::hueColor(0.75, 0)));
+  expectColorNear(pixelAt(1.5 * kPi, 67), toQColor(sunburst::hueColor(0.75, 0)));
   expectColorNear(pixelAt(1.5 * kPi, 100), over(sunburst::kFileGrey, 0.32));
   // A hovered dimmed segment stays dimmed, only lighter.
   QTest::mouseMove(&view_, pointAt(kPi / 2, 67));
@@ -201,11 +198,11 @@ TEST_F(SunburstViewTest, EmptyFolderShowsAFaintRingAndAMessage) {
 }
 
 TEST_F(SunburstViewTest, ColoursForTheBrowser) {
-  EXPECT_EQ(view_.colorForNode(first_), sunburst::toQColor(sunburst::hueColor(0.25, 0)));
+  EXPECT_EQ(view_.colorForNode(first_), toQColor(sunburst::hueColor(0.25, 0)));
   EXPECT_EQ(view_.colorForNode(root_.get()), std::nullopt);
-  EXPECT_EQ(view_.rootColor(), sunburst::toQColor(sunburst::kAccentTeal));
+  EXPECT_EQ(view_.rootColor(), toQColor(sunburst::kAccentTeal));
   view_.setRootNode(second_->ref());
-  EXPECT_EQ(view_.rootColor(), sunburst::toQColor(sunburst::hueColor(0.75, 0)));
+  EXPECT_EQ(view_.rootColor(), toQColor(sunburst::hueColor(0.75, 0)));
 }
 
 }  // namespace
