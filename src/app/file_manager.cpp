@@ -9,6 +9,7 @@
 #include <QUrl>
 
 #include "platform/paths.h"
+#include "store/file_url.h"
 
 namespace tw {
 
@@ -21,8 +22,8 @@ void openFolderOf(const std::string& path) {
 }  // namespace
 
 QByteArray fileUrlForPath(const std::string& path) {
-  const QByteArray bytes(path.data(), static_cast<qsizetype>(path.size()));
-  return QByteArrayLiteral("file://") + bytes.toPercentEncoding("/");
+  const std::string url = fileURLForPath(path, false);  // the one encoding of file URLs
+  return QByteArray(url.data(), static_cast<qsizetype>(url.size()));
 }
 
 void revealInFileManager(const std::vector<std::string>& paths) {
