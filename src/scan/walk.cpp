@@ -123,6 +123,10 @@ class Walk final : public EntryClassifier {
   NodeArena* arena_ = nullptr;
   bool volumeRoot_ = false;
   std::string systemRoot_;  // set when the system-disk rules apply to this walk
+  // Locations the system-disk rules name, below the system root; made once, used per item.
+  std::string dataVolumePath_;    // reached through its firmlinks already
+  std::string otherVolumesPath_;  // other disks
+  std::string applicationsPath_;  // where clone families are preferably charged
   uint64_t rootMountID_ = 0;
   uint64_t rootDevice_ = 0;
   ReadOptions readOptions_;
@@ -188,8 +192,7 @@ Disposition Walk::classify(const std::string& folderPath, const DirListing& list
     const std::string path = appendPathComponent(folderPath, name);
     if (!rules_.empty() && rules_.isExcluded(path)) return Disposition::LeftOut;
     if (!systemRoot_.empty() && mode_ == Mode::Scan &&
-        (isSameOrInside(path, systemRoot_ + "/System/Volumes/Data") ||
-         isSameOrInside(path, systemRoot_ + "/Volumes")))
+        (isSameOrInside(path, dataVolumePath_) || isSameOrInside(path, otherVolumesPath_)))
       return Disposition::LeftOut;
   }
   if (e.isDirectory() && settings_.skipPackages && isPackageName(name)) {
@@ -302,8 +305,7 @@ void Walk::processItem(Frame& frame, std::size_t index) {
         // Within one disk each clone family is charged once, preferably inside the applications.
         const std::string key = listing.clones[e.clone].key();
         const bool outsideApplications =
-            systemRoot_.empty() ||
-            !isSameOrInside(entryPath(frame, e), systemRoot_ + "/Applications");
+            systemRoot_.empty() || !isSameOrInside(entryPath(frame, e), applicationsPath_);
         if ((outsideApplications && applicationClones_.contains(key)) ||
             !chargedClones_.insert(key).second) {
           elsewhere = true;
@@ -388,7 +390,7 @@ SourceSnapshot Walk::snapshot() {
 // --- System-disk rules ------------------------------------------------------------------------
 
 void Walk::gatherApplicationClones() {
-  const std::string applications = systemRoot_ + "/Applications";
+  const std::string& applications = applicationsPath_;
   auto start = std::make_unique<DirListing>();
   ReadOptions options{&layout_, true};
   readDirectory(nullptr, applications, options, *start);
@@ -533,7 +535,12 @@ ScanResult Walk::scan() {
     }
   }
   const std::string systemRoot = standardizePath(layout_.systemRoot());
-  if (volumeRoot_ && !systemRoot.empty() && systemRoot == rootPath_) systemRoot_ = systemRoot;
+  if (volumeRoot_ && !systemRoot.empty() && systemRoot == rootPath_) {
+    systemRoot_ = systemRoot;
+    dataVolumePath_ = systemRoot_ + "/System/Volumes/Data";
+    otherVolumesPath_ = systemRoot_ + "/Volumes";
+    applicationsPath_ = systemRoot_ + "/Applications";
+  }
 
   sortWhileWalking_ = systemRoot_.empty();
   if (!openRoot()) {
