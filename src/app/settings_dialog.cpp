@@ -21,7 +21,7 @@
 
 #include "app/appearance.h"
 #include "app/build_info.h"
-#include "app/file_manager.h"
+#include "platform/file_manager.h"
 #include "app/pattern_dialog.h"
 #include "app/preferences.h"
 #include "platform/disk_access.h"

@@ -16,6 +16,10 @@ SunburstView::SunburstView(QWidget* parent) : QWidget(parent) {
 
 SunburstView::~SunburstView() = default;
 
+void SunburstView::setRootNode(ScanNodeRef root, bool /*animated*/) {
+  setRootNode(std::move(root));
+}
+
 void SunburstView::setRootNode(ScanNodeRef root) {
   setHoveredSegment(nullptr);
   selectedNode_ = nullptr;

@@ -29,6 +29,8 @@ class SunburstView : public QWidget {
   // The root and its segments.
   // Puts `root` at the centre, clears the selection and the hover, and rebuilds the segments.
   void setRootNode(ScanNodeRef root);
+  // The same, with the zoom or sweep between the old and new root when `animated` is set.
+  void setRootNode(ScanNodeRef root, bool animated);
   ScanNode* rootNode() const { return layout_.rootNode(); }
   // Recomputes the segments after the tree below the root has changed.
   void rebuildSegments();
@@ -71,6 +73,9 @@ class SunburstView : public QWidget {
   void didRequestParent();
   // The pointer moved onto another segment's node, or off every segment (null).
   void didHoverNode(tw::ScanNode* node);
+  // The pointer has rested on a segment long enough to preview its node, or the preview is
+  // withdrawn (null).
+  void didPreviewNode(tw::ScanNode* node);
 
  protected:
   void paintEvent(QPaintEvent* event) override;

@@ -13,7 +13,7 @@
 
 #include "platform/paths.h"
 #include "store/binary_plist_check.h"
-#include "store/file_url.h"
+#include "platform/file_url.h"
 
 namespace tw {
 

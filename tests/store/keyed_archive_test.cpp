@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "store/binary_plist_check.h"
-#include "store/file_url.h"
+#include "platform/file_url.h"
 #include "support/scan_trees.h"
 
 namespace tw {

@@ -1,5 +1,5 @@
-// File URLs as legacy archives store them: "file://" followed by the percent-encoded path bytes,
-// so that names which are not valid UTF-8 survive as escapes.
+// File URLs as legacy archives and the desktop use them: "file://" followed by the
+// percent-encoded path bytes, so that names which are not valid UTF-8 survive as escapes.
 #pragma once
 
 #include <optional>

@@ -1,4 +1,4 @@
-#include "store/file_url.h"
+#include "platform/file_url.h"
 
 namespace tw {
 

@@ -1,4 +1,4 @@
-#include "app/file_manager.h"
+#include "platform/file_manager.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -9,7 +9,7 @@
 #include <QUrl>
 
 #include "platform/paths.h"
-#include "store/file_url.h"
+#include "platform/file_url.h"
 
 namespace tw {
 
