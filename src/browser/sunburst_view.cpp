@@ -20,6 +20,10 @@ void SunburstView::setRootNode(ScanNodeRef root, bool /*animated*/) {
   setRootNode(std::move(root));
 }
 
+void SunburstView::prepareInitialRevealFromCenter() { setRadialRevealProgress(1); }
+
+void SunburstView::animateInitialRevealFromCenter() { setRadialRevealProgress(1); }
+
 void SunburstView::setRootNode(ScanNodeRef root) {
   setHoveredSegment(nullptr);
   selectedNode_ = nullptr;

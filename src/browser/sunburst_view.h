@@ -31,6 +31,9 @@ class SunburstView : public QWidget {
   void setRootNode(ScanNodeRef root);
   // The same, with the zoom or sweep between the old and new root when `animated` is set.
   void setRootNode(ScanNodeRef root, bool animated);
+  // The first appearance of a chart: rings grow out of the centre disc.
+  void prepareInitialRevealFromCenter();
+  void animateInitialRevealFromCenter();
   ScanNode* rootNode() const { return layout_.rootNode(); }
   // Recomputes the segments after the tree below the root has changed.
   void rebuildSegments();
