@@ -10,11 +10,13 @@
 #include "app/about_dialog.h"
 #include "app/appearance.h"
 #include "app/build_info.h"
+#include "app/gui_executor.h"
 #include "app/instance_channel.h"
 #include "app/main_window.h"
 #include "app/menus.h"
 #include "app/preferences.h"
 #include "app/scan_library.h"
+#include "app/scan_session.h"
 #include "app/settings_dialog.h"
 #include "platform/paths.h"
 
@@ -23,6 +25,7 @@ namespace tw {
 Application::Application(QObject* parent) : QObject(parent) {}
 
 Application::~Application() {
+  session_.reset();
   delete window_.data();
   lock_.release();
 }
@@ -40,7 +43,9 @@ Application::Launch Application::start() {
   registerDefaultPreferences();
   steps_ << QStringLiteral("defaults");
 
-  library_ = std::make_unique<ScanLibrary>();
+  ScanLibrary::Options libraryOptions;
+  libraryOptions.mainExecutor = queuedExecutor(this);
+  library_ = std::make_unique<ScanLibrary>(std::move(libraryOptions));
 
   const bool locked = takeInstanceLock();
   steps_ << QStringLiteral("lock");
@@ -74,11 +79,15 @@ Application::Launch Application::start() {
 
   buildMainWindow();
 
-  window_->showHome();
+  window_->showOverview();
   window_->show();
   window_->raise();
   window_->activateWindow();
   steps_ << QStringLiteral("overview");
+
+  // The saved scans come back off the GUI thread; the overview receives them when it is ready.
+  session_->loadCachedScans();
+  steps_ << QStringLiteral("restore");
   return Launch::Running;
 }
 
@@ -104,6 +113,7 @@ void Application::buildMainWindow() {
   window_->setWindowIcon(QApplication::windowIcon());
   window_->centreOnScreen();
   connect(window_, &MainWindow::closed, this, &Application::quit, Qt::QueuedConnection);
+  session_ = std::make_unique<ScanSession>(*library_, window_);
   steps_ << QStringLiteral("window");
 }
 

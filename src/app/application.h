@@ -2,13 +2,16 @@
 //
 // Application brings Tarnwell up and owns what lives for the whole run: the single-instance lock
 // and the socket through which a later copy hands over, the library folder's housekeeping at
-// start, the dark appearance, the menus, the one main window, Settings, About and Help. Start-up
-// runs in a fixed order (icon, default preferences, instance lock, appearance, scan-marker
-// clean-up, menus, main window, home screen); a second copy stops after the lock, hands its
-// activation token to the running copy and builds nothing.
+// start, the dark appearance, the menus, the one main window, Settings, About and Help, and the
+// scan session. Start-up runs in a fixed order (icon, default preferences, instance lock,
+// appearance, scan-marker clean-up, menus, main window, overview, restore of the saved scans off
+// the GUI thread); a second copy stops after the lock, hands its activation token to the running
+// copy and builds nothing.
 //
 // The rest of the shell sits beside it: preferences.h (keys, defaults, raw-path values and the
-// scanner's settings), scan_library.h (the library folder), instance_lock.h and instance_channel.h.
+// scanner's settings), scan_library.h (the library folder), scan_session.h (a scan's life on the
+// application's side: marker, saving, completion prompts, progress, restore and forget),
+// main_window.h (the screens), instance_lock.h and instance_channel.h.
 #pragma once
 
 #include <QByteArray>
@@ -26,6 +29,7 @@ namespace tw {
 
 class InstanceServer;
 class ScanLibrary;
+class ScanSession;
 
 // Identity on the desktop: the desktop entry's name (without ".desktop") and the icon resource.
 inline constexpr const char* kDesktopFileName = "org.tarnwell.Tarnwell";
@@ -44,7 +48,7 @@ class Application : public QObject {
   Launch start();
 
   // The steps start() ran, in order: "icon", "defaults", "lock", then either "forward" or
-  // "listen", "appearance", "marker", "menus", "window", "overview".
+  // "listen", "appearance", "marker", "menus", "window", "overview", "restore".
   const QStringList& startupSteps() const { return steps_; }
 
   bool holdsInstanceLock() const { return lock_.isHeld(); }
@@ -53,6 +57,8 @@ class Application : public QObject {
   AboutDialog* aboutDialog() const { return about_; }
   // The library folder with the saved scans; it exists once start() has run.
   ScanLibrary* library() const { return library_.get(); }
+  // The scan lifecycle on the application's side; it exists once start() has built the window.
+  ScanSession* scanSession() const { return session_.get(); }
 
  public slots:
   void showSettings();
@@ -72,6 +78,7 @@ class Application : public QObject {
 
   QStringList steps_;
   std::unique_ptr<ScanLibrary> library_;
+  std::unique_ptr<ScanSession> session_;  // after the library: it is gone before the library
   InstanceLock lock_;
   InstanceServer* server_ = nullptr;
   QPointer<MainWindow> window_;

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "app/application.h"
+#include "app/startup_trace.h"
 
 int main(int argc, char** argv) {
   QApplication qapp(argc, argv);
@@ -19,6 +20,7 @@ int main(int argc, char** argv) {
     if (reportEvents) std::printf("duplicate\n");
     return 0;
   }
+  tw::traceStartupIfAsked(app);
   if (reportEvents) {
     std::printf("ready\n");
     std::fflush(stdout);

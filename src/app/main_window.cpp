@@ -1,19 +1,72 @@
 #include "app/main_window.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QCloseEvent>
+#include <QDialog>
 #include <QScreen>
+#include <QStackedWidget>
+#include <cmath>
 
 #include "app/home_view.h"
 
 namespace tw {
 
-MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), home_(new HomeView(this)) {
+namespace {
+
+// The Go and Action items that act on the browser, with the slot each one calls.
+struct BrowserItem {
+  QAction* MainMenus::*action;
+  const char* slot;
+};
+constexpr BrowserItem kBrowserItems[] = {
+    {&MainMenus::back, kBrowserBackSlot},
+    {&MainMenus::forward, kBrowserForwardSlot},
+    {&MainMenus::enclosingFolder, kBrowserParentSlot},
+    {&MainMenus::showCurrentFolderInFiles, kBrowserShowInFilesSlot},
+    {&MainMenus::openCurrentFolderInTerminal, kBrowserTerminalSlot},
+};
+
+bool hasMethod(const QObject* object, const char* signature) {
+  return object->metaObject()->indexOfMethod(signature) >= 0;
+}
+
+}  // namespace
+
+QString mainWindowTitle(std::optional<double> fraction) {
+  if (!fraction) return QStringLiteral("Tarnwell");
+  const double clamped = std::isfinite(*fraction) ? std::clamp(*fraction, 0.0, 1.0) : 0.0;
+  // Rounded down: a scan that is nearly done never reads 100 % before its result exists.
+  const int percent = static_cast<int>(std::floor(clamped * 100.0 + 1e-9));
+  return QStringLiteral("Tarnwell — %1%").arg(percent);
+}
+
+MainWindow::MainWindow(QWidget* parent)
+    : QMainWindow(parent), screens_(new QStackedWidget(this)), home_(new HomeView(screens_)) {
   setObjectName(QStringLiteral("mainWindow"));
-  setWindowTitle(QStringLiteral("Tarnwell"));
+  setWindowTitle(mainWindowTitle(std::nullopt));
   setMinimumSize(kMainWindowMinimumWidth, kMainWindowMinimumHeight);
   resize(kMainWindowWidth, kMainWindowHeight);
-  setCentralWidget(home_);
+  screens_->setObjectName(QStringLiteral("screens"));
+  screens_->addWidget(home_);
+  setCentralWidget(screens_);
+}
+
+void MainWindow::setMenus(const MainMenus& menus) {
+  menus_ = menus;
+  if (menus_.goToOverview) {
+    connect(menus_.goToOverview, &QAction::triggered, this, &MainWindow::showOverview);
+  }
+  for (QAction* item : {menus_.scanFolder, menus_.actionScanFolder}) {
+    if (!item) continue;
+    connect(item, &QAction::triggered, this, [this] {
+      if (!scanFolder_) return;
+      showOverview();
+      scanFolder_();
+    });
+    item->setEnabled(static_cast<bool>(scanFolder_));
+  }
+  updateBrowserItems();
 }
 
 void MainWindow::centreOnScreen() {
@@ -24,12 +77,95 @@ void MainWindow::centreOnScreen() {
   move(frame.topLeft());
 }
 
-void MainWindow::showHome() {
-  if (centralWidget() != home_) {
-    takeCentralWidget();
-    setCentralWidget(home_);
+void MainWindow::setOverviewWidget(QWidget* overview) {
+  if (!overview || overview_) return;
+  const bool wasShowing = isShowingOverview();
+  overview_ = overview;
+  screens_->addWidget(overview);
+  if (wasShowing) screens_->setCurrentWidget(overview);
+  // The placeholder has done its work.
+  screens_->removeWidget(home_);
+  home_->deleteLater();
+  home_ = nullptr;
+}
+
+QWidget* MainWindow::overviewWidget() const {
+  return overview_ ? overview_.data() : static_cast<QWidget*>(home_);
+}
+
+void MainWindow::showOverview() {
+  QWidget* overview = overviewWidget();
+  if (overview) screens_->setCurrentWidget(overview);
+  const bool hadBrowser = browser_;
+  dropBrowser();
+  if (hadBrowser) emit screenChanged();
+}
+
+void MainWindow::showBrowser(QWidget* browser) {
+  if (!browser || browser == browser_) return;
+  dropBrowser();
+  browser_ = browser;
+  screens_->addWidget(browser);
+  screens_->setCurrentWidget(browser);
+  if (hasMethod(browser, kBrowserShowOverviewSignal)) {
+    connect(browser, SIGNAL(showOverviewRequested()), this, SLOT(showOverview()),
+            Qt::QueuedConnection);
   }
-  home_->show();
+  updateBrowserItems();
+  emit screenChanged();
+}
+
+void MainWindow::dropBrowser() {
+  if (!browser_) return;
+  QWidget* browser = browser_;
+  browser_ = nullptr;
+  screens_->removeWidget(browser);
+  browser->hide();
+  // Later: the browser may be the sender of what brought us here.
+  browser->deleteLater();
+  updateBrowserItems();
+}
+
+void MainWindow::updateBrowserItems() {
+  for (const BrowserItem& item : kBrowserItems) {
+    QAction* action = menus_.*item.action;
+    if (!action) continue;
+    action->disconnect(this);
+    const bool available = browser_ && hasMethod(browser_, item.slot);
+    action->setEnabled(available);
+    if (!available) continue;
+    const QByteArray name = QByteArray(item.slot).chopped(2);  // without "()"
+    connect(action, &QAction::triggered, this, [this, name] {
+      if (browser_) QMetaObject::invokeMethod(browser_, name.constData());
+    });
+  }
+  if (menus_.goToOverview) menus_.goToOverview->setEnabled(static_cast<bool>(browser_));
+}
+
+bool MainWindow::isShowingOverview() const {
+  return !browser_ && screens_->currentWidget() == overviewWidget();
+}
+
+bool MainWindow::hasSheet() const {
+  for (const QDialog* dialog : findChildren<QDialog*>(Qt::FindDirectChildrenOnly)) {
+    if (dialog->isVisible() && dialog->windowModality() != Qt::NonModal) return true;
+  }
+  // A modal window opened elsewhere on top of this one counts too.
+  const QWidget* modal = QApplication::activeModalWidget();
+  return modal && modal != this && modal->isVisible() && modal->parentWidget() &&
+         modal->parentWidget()->window() == this;
+}
+
+void MainWindow::setScanFolderHandler(std::function<void()> handler) {
+  scanFolder_ = std::move(handler);
+  for (QAction* item : {menus_.scanFolder, menus_.actionScanFolder}) {
+    if (item) item->setEnabled(static_cast<bool>(scanFolder_));
+  }
+}
+
+void MainWindow::setScanProgress(std::optional<double> fraction) {
+  const QString title = mainWindowTitle(fraction);
+  if (windowTitle() != title) setWindowTitle(title);
 }
 
 void MainWindow::closeEvent(QCloseEvent* event) {

@@ -7,7 +7,6 @@
 
 #include "app/application.h"
 #include "app/edit_actions.h"
-#include "app/main_window.h"
 
 namespace tw {
 
@@ -97,12 +96,11 @@ MainMenus buildMenus(QMainWindow* window, Application* app) {
 
   m.goMenu = bar->addMenu(QStringLiteral("&Go"));
   m.goMenu->setObjectName(QStringLiteral("goMenu"));
-  m.goToOverview =
-      addItem(m.goMenu, QStringLiteral("Back to Disks and Folders"),
-              QStringLiteral("goToOverviewAction"), {QKeySequence(Qt::CTRL | Qt::Key_1)});
-  if (auto* mainWindow = qobject_cast<MainWindow*>(window)) {
-    QObject::connect(m.goToOverview, &QAction::triggered, mainWindow, &MainWindow::showHome);
-  }
+  // The window connects this item and the browser's items (MainWindow::setMenus): they act
+  // only while the browser shows.
+  m.goToOverview = addUnavailableItem(m.goMenu, QStringLiteral("Back to Disks and Folders"),
+                                      QStringLiteral("goToOverviewAction"),
+                                      {QKeySequence(Qt::CTRL | Qt::Key_1)});
   m.goMenu->addSeparator();
   m.back = addUnavailableItem(
       m.goMenu, QStringLiteral("Back"), QStringLiteral("backAction"),
