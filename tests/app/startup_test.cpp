@@ -50,7 +50,7 @@ TEST(Startup, RunsEveryStepInOrderAndClearsTheScanMarker) {
   Application app;
   ASSERT_EQ(app.start(), Application::Launch::Running);
   EXPECT_EQ(app.startupSteps(), QStringList({"icon", "defaults", "lock", "listen", "appearance",
-                                             "marker", "menus", "window", "overview"}));
+                                             "marker", "menus", "window", "overview", "restore"}));
   EXPECT_FALSE(exists(marker));
   EXPECT_TRUE(app.holdsInstanceLock());
   EXPECT_TRUE(exists(env.libraryFolder() + "/Instance.lock"));
@@ -73,7 +73,9 @@ TEST(Startup, MainWindowHasItsSizesTitleAndTheNoScansHomeScreen) {
   window->resize(500, 300);
   EXPECT_EQ(window->size(), QSize(760, 500));
   ASSERT_NE(window->homeView(), nullptr);
-  EXPECT_EQ(window->centralWidget(), window->homeView());
+  EXPECT_EQ(window->overviewWidget(), window->homeView());
+  EXPECT_TRUE(window->isShowingOverview());
+  EXPECT_TRUE(window->homeView()->isVisible());
   EXPECT_EQ(window->homeView()->titleLabel()->text(), "No scans yet");
   QThreadPool::globalInstance()->waitForDone();
 }
