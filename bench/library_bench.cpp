@@ -220,7 +220,9 @@ int main(int argc, char** argv) {
     cold.push_back(restore(true));
     warm.push_back(restore(false));
   }
-  std::printf("median of %d: cold %.3f s, warm %.3f s\n", rounds, median(cold), median(warm));
+  if (rounds > 0) {
+    std::printf("median of %d: cold %.3f s, warm %.3f s\n", rounds, median(cold), median(warm));
+  }
 
   // One save into the full library; History is pruned back to COUNT.
   if (saveItems > 0) {
