@@ -146,9 +146,12 @@ void ScanSession::forgetScanResult(const ScanNodeRef& root) {
 }
 
 QMessageBox* ScanSession::forgetPrompt() const {
-  return window_ ? window_->findChild<QMessageBox*>(QStringLiteral("forgetPrompt"),
-                                                    Qt::FindDirectChildrenOnly)
-                 : nullptr;
+  if (!window_) return nullptr;
+  for (QMessageBox* box : window_->findChildren<QMessageBox*>(QStringLiteral("forgetPrompt"),
+                                                              Qt::FindDirectChildrenOnly)) {
+    if (box->isVisible()) return box;
+  }
+  return nullptr;
 }
 
 void ScanSession::removeAllScansForPath(const std::string& path,

@@ -76,7 +76,7 @@ class ScanSession : public QObject {
 
   ScanCompletionPrompts* prompts() const { return prompts_; }
   LauncherProgress& launcher() { return *launcher_; }
-  QMessageBox* forgetPrompt() const;
+  QMessageBox* forgetPrompt() const;  // the one showing, if any
 
  signals:
   // The restore has finished and its roots went to the overview (or wait for it).

@@ -150,6 +150,26 @@ TEST_F(ScanSessionTest, ASheetComingUpDropsTheQueue) {
   EXPECT_EQ(session_->prompts()->queuedCount(), 0u);
 }
 
+TEST_F(ScanSessionTest, ForgetPromptHandsTheChoiceToTheLibrary) {
+  ScanNodeRef forgotten;
+  session_->setForgetCachedScanRootHandler([&](const ScanNodeRef& root) { forgotten = root; });
+  ScanNodeRef result = folderResult("/srv/old");
+  session_->forgetScanResult(result);
+  QMessageBox* prompt = session_->forgetPrompt();
+  ASSERT_NE(prompt, nullptr);
+  EXPECT_EQ(prompt->windowModality(), Qt::WindowModal);
+  EXPECT_EQ(prompt->text(), "Forget this scan result?");
+  EXPECT_EQ(prompt->buttonRole(prompt->findChild<QPushButton*>("forgetDeleteButton")),
+            QMessageBox::DestructiveRole);
+  click(prompt, "forgetCancelButton");
+  EXPECT_EQ(forgotten, nullptr);
+
+  session_->forgetScanResult(result);
+  click(session_->forgetPrompt(), "forgetForgetButton");
+  EXPECT_EQ(forgotten, result);
+  EXPECT_EQ(app_.library()->forgottenScanDates().at("/srv/old"), 1700000000);
+}
+
 TEST(ScanResultName, FallsBackToTheLastComponentThenTheRootDisk) {
   EXPECT_EQ(scanResultDisplayName(*folderResult("/home/ann/Music"), "Data"), "Music");
   ScanNodeRef unnamed = folderResult("/home/ann/Films/");
