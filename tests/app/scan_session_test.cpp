@@ -252,6 +252,19 @@ TEST_F(ScanSessionTest, BrowserItemsActOnlyWhileABrowserShows) {
   EXPECT_TRUE(window_->isShowingOverview());
 }
 
+TEST_F(ScanSessionTest, TheOverviewReplacesThePlaceholderOnTheScreenItShows) {
+  window_->showBrowser(new FakeBrowser);
+  auto* overview = new QWidget;
+  window_->setOverviewWidget(overview);
+  EXPECT_FALSE(window_->isShowingOverview());  // the browser stays in front
+  window_->showOverview();
+  EXPECT_TRUE(window_->isShowingOverview());
+  EXPECT_EQ(window_->overviewWidget(), overview);
+  EXPECT_EQ(window_->homeView(), nullptr);
+  EXPECT_TRUE(overview->isVisible());
+  EXPECT_EQ(window_->browserWidget(), nullptr);
+}
+
 TEST(ScanSessionRestore, OneUnreadableScanAlertAndRootsKeptForTheOverview) {
   test::AppEnvironment env;
   const std::string history = env.libraryFolder() + "/History";
