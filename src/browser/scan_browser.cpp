@@ -114,6 +114,7 @@ void ScanBrowser::buildWidgets() {
   sideColumn->setContentsMargins(14, 14, 14, 10);
   sideColumn->setSpacing(2);
   title_ = new QLabel(side);
+  title_->setObjectName(QStringLiteral("title"));
   title_->setTextFormat(Qt::RichText);
   QFont titleFont;
   titleFont.setPixelSize(17);
@@ -122,6 +123,7 @@ void ScanBrowser::buildWidgets() {
   title_->setTextInteractionFlags(Qt::NoTextInteraction);
   sideColumn->addWidget(title_);
   sizeLine_ = new QLabel(side);
+  sizeLine_->setObjectName(QStringLiteral("sizeLine"));
   QFont sizeFont;
   sizeFont.setPixelSize(13);
   sizeLine_->setFont(sizeFont);
@@ -150,6 +152,7 @@ void ScanBrowser::buildWidgets() {
   sideColumn->addWidget(list_, 1);
 
   status_ = new QLabel(side);
+  status_->setObjectName(QStringLiteral("readError"));
   status_->setWordWrap(true);
   status_->setTextFormat(Qt::PlainText);
   status_->setStyleSheet(QStringLiteral("color: %1;").arg(htmlColor(palette::kSystemOrange)));
