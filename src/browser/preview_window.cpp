@@ -9,6 +9,7 @@
 #include <QFile>
 #include <QFileIconProvider>
 #include <QImageReader>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QMimeDatabase>
 #include <QPlainTextEdit>
@@ -170,6 +171,14 @@ void PreviewWindow::showFile(const std::string& path, const QString& name, uint6
         },
         Qt::QueuedConnection);
   });
+}
+
+void PreviewWindow::keyPressEvent(QKeyEvent* event) {
+  if (event->key() == Qt::Key_Space || event->key() == Qt::Key_Escape) {
+    hide();
+    return;
+  }
+  QWidget::keyPressEvent(event);
 }
 
 QString PreviewWindow::shownText() const {

@@ -48,6 +48,10 @@ class PreviewWindow : public QWidget {
   // The file has been read and its content is on screen.
   void contentShown();
 
+ protected:
+  // Space and Escape close the window, as Space in the list does.
+  void keyPressEvent(QKeyEvent* event) override;
+
  private:
   void present(const PreviewContent& content);
 

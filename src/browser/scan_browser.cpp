@@ -318,6 +318,10 @@ void ScanBrowser::openRow(const QModelIndex& index) {
   if (isOpenableFolder(node)) navigateToNode(node, true);
 }
 
+ScanNode* ScanBrowser::previewNode() const {
+  return preview_->isVisible() ? previewNode_ : nullptr;
+}
+
 void ScanBrowser::togglePreview() {
   if (preview_->isVisible()) {
     preview_->hide();
@@ -350,6 +354,7 @@ void ScanBrowser::showEvent(QShowEvent* event) {
   QWidget::showEvent(event);
   if (revealed_) return;
   revealed_ = true;
+  list_->setFocus();
   sunburst_->animateInitialRevealFromCenter();
 }
 

@@ -56,7 +56,8 @@ class ScanBrowser : public QWidget {
   ScanNode* summaryNode() const { return summaryNode_; }
   // The node whose children the list shows: the previewed node, else the current folder.
   ScanNode* displayedSummaryNode() const { return summaryNode_ ? summaryNode_ : currentNode_; }
-  ScanNode* previewNode() const { return previewNode_; }
+  // The file in the preview window while the window is open.
+  ScanNode* previewNode() const;
   const std::vector<ScanNode*>& backHistory() const { return backHistory_; }
   const std::vector<ScanNode*>& forwardHistory() const { return forwardHistory_; }
   bool canGoBack() const { return !backHistory_.empty(); }
