@@ -1,0 +1,380 @@
+#include "browser/scan_browser.h"
+
+#include <QDragEnterEvent>
+#include <QDropEvent>
+#include <QFileIconProvider>
+#include <QHeaderView>
+#include <QItemSelectionModel>
+#include <QLabel>
+#include <QMimeData>
+#include <QSplitter>
+#include <QUrl>
+#include <QVBoxLayout>
+
+#include "browser/breadcrumb_bar.h"
+#include "browser/display_text.h"
+#include "browser/preview_window.h"
+#include "browser/scan_children_model.h"
+#include "browser/scan_list_view.h"
+#include "browser/sunburst_view.h"
+#include "browser/volume_presentation.h"
+#include "platform/file_manager.h"
+#include "platform/file_url.h"
+#include "platform/terminal_launcher.h"
+#include "store/scan_store.h"
+#include "ui/byte_count.h"
+#include "ui/palette.h"
+#include "ui/qt_color.h"
+
+namespace tw {
+
+namespace {
+
+constexpr int kSizeColumnWidth = 96;
+
+QString htmlColor(const Rgba& colour) {
+  return toQColor(colour).name();
+}
+
+}  // namespace
+
+bool isOpenableFolder(ScanNode* node) {
+  if (!node || !node->isDirectory() || node->isVirtualNode()) return false;
+  if (node->isAggregate()) return node->size() > 0 && !node->children().empty();
+  return true;
+}
+
+ScanBrowser::ScanBrowser(ScanNodeRef root, QWidget* parent)
+    : ScanBrowser(std::move(root), Options{}, parent) {}
+
+ScanBrowser::ScanBrowser(ScanNodeRef root, Options options, QWidget* parent)
+    : QWidget(parent), options_(std::move(options)), scanRoot_(std::move(root)) {
+  if (!options_.volumeLayout) options_.volumeLayout = makeLinuxVolumeLayout();
+  if (!options_.openTerminal)
+    options_.openTerminal = [](const std::string& folder) { openTerminalInFolder(folder); };
+  if (!options_.revealInFiles) options_.revealInFiles = revealInFileManager;
+  if (scanRoot_) prepareVolumePresentationForRoot(*scanRoot_, *options_.volumeLayout);
+  currentNode_ = scanRoot_.get();
+  buildWidgets();
+  setAcceptDrops(true);
+  refreshAnimated(false);
+  sunburst_->prepareInitialRevealFromCenter();
+}
+
+ScanBrowser::~ScanBrowser() = default;
+
+void ScanBrowser::buildWidgets() {
+  QPalette colours = palette();
+  colours.setColor(QPalette::Window, toQColor(palette::kBackground));
+  colours.setColor(QPalette::Base, toQColor(palette::kBackground));
+  colours.setColor(QPalette::AlternateBase, toQColor(palette::kPanel));
+  colours.setColor(QPalette::Button, toQColor(palette::kPanel));
+  colours.setColor(QPalette::Text, toQColor(palette::kPrimaryText));
+  colours.setColor(QPalette::WindowText, toQColor(palette::kPrimaryText));
+  colours.setColor(QPalette::ButtonText, toQColor(palette::kPrimaryText));
+  colours.setColor(QPalette::Highlight, toQColor(palette::kSystemBlue));
+  colours.setColor(QPalette::HighlightedText, Qt::white);
+  setPalette(colours);
+  setAutoFillBackground(true);
+
+  auto* column = new QVBoxLayout(this);
+  column->setContentsMargins(0, 0, 0, 0);
+  column->setSpacing(0);
+
+  breadcrumbs_ = new BreadcrumbBar(this);
+  QPalette panel = colours;
+  panel.setColor(QPalette::Window, toQColor(palette::kPanel));
+  breadcrumbs_->setPalette(panel);
+  breadcrumbs_->setAutoFillBackground(true);
+  connect(breadcrumbs_, &BreadcrumbBar::overviewRequested, this,
+          &ScanBrowser::showOverviewRequested);
+  connect(breadcrumbs_, &BreadcrumbBar::nodeClicked, this,
+          [this](ScanNode* node) { navigateToNode(node, true); });
+  column->addWidget(breadcrumbs_);
+  auto* hairline = new QWidget(this);
+  hairline->setFixedHeight(1);
+  hairline->setStyleSheet(
+      QStringLiteral("background: %1;").arg(toQColor(palette::kHairline).name(QColor::HexArgb)));
+  column->addWidget(hairline);
+
+  splitter_ = new QSplitter(Qt::Horizontal, this);
+  splitter_->setChildrenCollapsible(false);
+  splitter_->setHandleWidth(1);
+  column->addWidget(splitter_, 1);
+
+  sunburst_ = new SunburstView(splitter_);
+  sunburst_->setMinimumSize(320, 320);
+  connect(sunburst_, &SunburstView::didChooseNode, this, &ScanBrowser::sunburstDidChooseNode);
+  connect(sunburst_, &SunburstView::didRequestParent, this, &ScanBrowser::navigateToParent);
+  connect(sunburst_, &SunburstView::didPreviewNode, this, &ScanBrowser::sunburstDidPreviewNode);
+  splitter_->addWidget(sunburst_);
+
+  auto* side = new QWidget(splitter_);
+  auto* sideColumn = new QVBoxLayout(side);
+  sideColumn->setContentsMargins(14, 14, 14, 10);
+  sideColumn->setSpacing(2);
+  title_ = new QLabel(side);
+  title_->setObjectName(QStringLiteral("title"));
+  title_->setTextFormat(Qt::RichText);
+  QFont titleFont;
+  titleFont.setPixelSize(17);
+  titleFont.setWeight(QFont::DemiBold);
+  title_->setFont(titleFont);
+  title_->setTextInteractionFlags(Qt::NoTextInteraction);
+  sideColumn->addWidget(title_);
+  sizeLine_ = new QLabel(side);
+  sizeLine_->setObjectName(QStringLiteral("sizeLine"));
+  QFont sizeFont;
+  sizeFont.setPixelSize(13);
+  sizeLine_->setFont(sizeFont);
+  sizeLine_->setStyleSheet(QStringLiteral("color: %1;").arg(htmlColor(palette::kSecondaryText)));
+  sideColumn->addWidget(sizeLine_);
+  sideColumn->addSpacing(8);
+
+  rows_ = new ScanChildrenModel(this);
+  QFileIconProvider icons;
+  rows_->setIcons(icons.icon(QFileIconProvider::Folder), icons.icon(QFileIconProvider::File));
+  list_ = new ScanListView(side);
+  list_->setModel(rows_);
+  list_->setFrameShape(QFrame::NoFrame);
+  list_->setAlternatingRowColors(true);
+  list_->header()->setSectionResizeMode(ScanChildrenModel::kNameColumn, QHeaderView::Stretch);
+  list_->header()->setSectionResizeMode(ScanChildrenModel::kSizeColumn, QHeaderView::Fixed);
+  list_->header()->resizeSection(ScanChildrenModel::kSizeColumn, kSizeColumnWidth);
+  list_->header()->setDefaultAlignment(Qt::AlignLeft | Qt::AlignVCenter);
+  connect(list_, &ScanListView::hoveredNodeChanged, sunburst_, &SunburstView::setListHoveredNode);
+  connect(list_, &ScanListView::openRequested, this, &ScanBrowser::openRow);
+  connect(list_, &ScanListView::parentRequested, this, &ScanBrowser::navigateToParent);
+  connect(list_, &ScanListView::previewToggleRequested, this, &ScanBrowser::togglePreview);
+  connect(list_->selectionModel(), &QItemSelectionModel::currentRowChanged, this, [this] {
+    if (preview_->isVisible()) showPreviewOfSelection();
+  });
+  sideColumn->addWidget(list_, 1);
+
+  status_ = new QLabel(side);
+  status_->setObjectName(QStringLiteral("readError"));
+  status_->setWordWrap(true);
+  status_->setTextFormat(Qt::PlainText);
+  status_->setStyleSheet(QStringLiteral("color: %1;").arg(htmlColor(palette::kSystemOrange)));
+  status_->hide();
+  sideColumn->addWidget(status_);
+  splitter_->addWidget(side);
+  splitter_->setStretchFactor(0, 3);
+  splitter_->setStretchFactor(1, 2);
+
+  preview_ = new PreviewWindow(this);
+}
+
+// --- Navigation ------------------------------------------------------------------------------
+
+void ScanBrowser::navigateToNode(ScanNode* node, bool recordHistory) {
+  if (!node || node == currentNode_) return;
+  if (recordHistory) {
+    backHistory_.push_back(currentNode_);
+    forwardHistory_.clear();
+  }
+  currentNode_ = node;
+  refreshAnimated(true);
+}
+
+void ScanBrowser::navigateBack() {
+  if (backHistory_.empty()) return;
+  ScanNode* node = backHistory_.back();
+  backHistory_.pop_back();
+  forwardHistory_.push_back(currentNode_);
+  currentNode_ = node;
+  refreshAnimated(true);
+}
+
+void ScanBrowser::navigateForward() {
+  if (forwardHistory_.empty()) return;
+  ScanNode* node = forwardHistory_.back();
+  forwardHistory_.pop_back();
+  backHistory_.push_back(currentNode_);
+  currentNode_ = node;
+  refreshAnimated(true);
+}
+
+void ScanBrowser::navigateToParent() {
+  if (canGoToParent()) navigateToNode(currentNode_->parent(), true);
+}
+
+void ScanBrowser::refreshAnimated(bool animated) {
+  summaryNode_ = nullptr;
+  sunburst_->setRootNode(currentNode_ ? currentNode_->ref() : nullptr, animated);
+  breadcrumbs_->setCurrentNode(currentNode_);
+  updateTitle();
+  reloadList();
+  emit navigationChanged();
+}
+
+std::vector<ScanNode*> ScanBrowser::visibleChildrenForNode(ScanNode* node) const {
+  std::vector<ScanNode*> visible;
+  if (!node) return visible;
+  auto children = node->children();
+  visible.reserve(children.size());
+  for (ScanNode* child : children) {
+    if (child->size() == 0) continue;
+    if (isNodeRepresentedInCollector_ && isNodeRepresentedInCollector_(child)) continue;
+    visible.push_back(child);
+  }
+  return visible;
+}
+
+void ScanBrowser::setIsNodeRepresentedInCollector(
+    std::function<bool(const ScanNode*)> isRepresented) {
+  isNodeRepresentedInCollector_ = std::move(isRepresented);
+  reloadList();
+}
+
+// --- Chart delegate --------------------------------------------------------------------------
+
+void ScanBrowser::sunburstDidChooseNode(ScanNode* node) {
+  if (!node) return;
+  if (isOpenableFolder(node)) {
+    navigateToNode(node, true);
+    return;
+  }
+  // A resting hover may be showing another folder's rows: fall back to the current folder's.
+  if (rows_->rowOf(node) < 0 && summaryNode_) {
+    summaryNode_ = nullptr;
+    updateTitle();
+    reloadList();
+  }
+  selectRowOf(node);
+}
+
+void ScanBrowser::sunburstDidPreviewNode(ScanNode* node) {
+  summaryNode_ = node;
+  updateTitle();
+  list_->clearSelection();
+  reloadList();
+}
+
+void ScanBrowser::selectRowOf(ScanNode* node) {
+  const int row = rows_->rowOf(node);
+  if (row < 0) return;
+  const QModelIndex index = rows_->index(row, ScanChildrenModel::kNameColumn);
+  list_->selectionModel()->setCurrentIndex(
+      index, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+  list_->scrollTo(index);
+}
+
+// --- Title and list --------------------------------------------------------------------------
+
+void ScanBrowser::updateTitle() {
+  ScanNode* shown = displayedSummaryNode();
+  if (!shown) {
+    titleText_.clear();
+    title_->clear();
+    sizeLine_->clear();
+    return;
+  }
+  const QString name = isolatedDisplayText(shown->name());
+  if (summaryNode_) {
+    const QColor dot =
+        sunburst_->colorForNode(summaryNode_).value_or(toQColor(palette::kSecondaryText));
+    titleText_ = QStringLiteral("\u25cf ") + name;
+    title_->setText(QStringLiteral("<span style=\"color:%1\">\u25cf</span> %2")
+                        .arg(dot.name(), name.toHtmlEscaped()));
+  } else {
+    titleText_ = name;
+    title_->setText(name.toHtmlEscaped());
+  }
+  title_->setToolTip(displayText(shown->name()));
+  sizeLine_->setText(QString::fromStdString(formatByteCount(shown->size())));
+}
+
+QString ScanBrowser::sizeText() const {
+  return sizeLine_->text();
+}
+
+QString ScanBrowser::readErrorText() const {
+  return readErrorReported_ ? status_->text() : QString();
+}
+
+void ScanBrowser::reloadList() {
+  rows_->setNodes(visibleChildrenForNode(displayedSummaryNode()));
+  reportReadErrorOnce();
+}
+
+void ScanBrowser::reportReadErrorOnce() {
+  if (readErrorReported_ || !scanRoot_) return;
+  std::shared_ptr<ScanStore> store = scanRoot_->scanStore();
+  if (!store) return;
+  std::optional<Error> error = store->lastReadError();
+  if (!error) return;
+  readErrorReported_ = true;
+  const QString description = QString::fromStdString(error->description);
+  status_->setText(QStringLiteral("Part of this scan could not be read: %1").arg(description));
+  status_->show();
+  emit readErrorReported(description);
+}
+
+// --- List requests ---------------------------------------------------------------------------
+
+void ScanBrowser::openRow(const QModelIndex& index) {
+  ScanNode* node = rows_->nodeAt(index);
+  if (isOpenableFolder(node)) navigateToNode(node, true);
+}
+
+ScanNode* ScanBrowser::previewNode() const {
+  return preview_->isVisible() ? previewNode_ : nullptr;
+}
+
+void ScanBrowser::togglePreview() {
+  if (preview_->isVisible()) {
+    preview_->hide();
+    previewNode_ = nullptr;
+    return;
+  }
+  showPreviewOfSelection();
+}
+
+void ScanBrowser::showPreviewOfSelection() {
+  ScanNode* node = rows_->nodeAt(list_->currentIndex());
+  if (!node || node->isDirectory() || node->isVirtualNode()) return;
+  previewNode_ = node;
+  preview_->showFile(node->path(), displayText(node->name()), node->size());
+}
+
+// --- Files and Terminal ----------------------------------------------------------------------
+
+void ScanBrowser::showCurrentFolderInFiles() {
+  if (currentNode_) options_.revealInFiles({currentNode_->path()});
+}
+
+void ScanBrowser::openCurrentFolderInTerminal() {
+  if (currentNode_) options_.openTerminal(currentNode_->path());
+}
+
+// --- Window events ---------------------------------------------------------------------------
+
+void ScanBrowser::showEvent(QShowEvent* event) {
+  QWidget::showEvent(event);
+  if (revealed_) return;
+  revealed_ = true;
+  list_->setFocus();
+  sunburst_->animateInitialRevealFromCenter();
+}
+
+void ScanBrowser::dragEnterEvent(QDragEnterEvent* event) {
+  // Rows dragged out of this list are not new folders to scan.
+  const QMimeData* data = event->mimeData();
+  if (data->hasUrls() && !data->hasFormat(QString::fromLatin1(kScanNodeMimeType)) &&
+      data->urls().front().isLocalFile())
+    event->acceptProposedAction();
+}
+
+void ScanBrowser::dropEvent(QDropEvent* event) {
+  const QList<QUrl> urls = event->mimeData()->urls();
+  if (urls.isEmpty()) return;
+  const QByteArray encoded = urls.front().toEncoded();
+  std::optional<std::string> path =
+      pathForFileURL(std::string_view(encoded.constData(), static_cast<size_t>(encoded.size())));
+  if (!path) return;
+  event->acceptProposedAction();
+  emit scanDroppedPath(*path);
+}
+
+}  // namespace tw

@@ -1,0 +1,105 @@
+// A window showing the scan browser on a saved scan, for looking at it by hand (not a test).
+//
+// usage: browser_demo SCAN.sqlite [--size WxH] [--open NAME/NAME] [--hover ANGLE RADIUS]
+//                     [--screenshot FILE.png]
+// --open goes into the folder at that path below the root (by names, through the list's rules).
+// --hover moves the pointer to a chart angle in degrees (clockwise from twelve o'clock) and an
+// unscaled radius, a real pointer move; when the chart has not previewed the segment after a
+// second, the demo asks for the preview the way the chart does. --screenshot saves the whole
+// screen after three seconds and quits.
+#include <QApplication>
+#include <QCursor>
+#include <QPixmap>
+#include <QScreen>
+#include <QTimer>
+#include <cmath>
+#include <cstdio>
+#include <numbers>
+#include <string>
+
+#include "browser/scan_browser.h"
+#include "browser/sunburst_angles.h"
+#include "browser/sunburst_view.h"
+#include "store/scan_store.h"
+
+namespace {
+
+tw::ScanNode* childNamed(tw::ScanNode* node, std::string_view name) {
+  for (tw::ScanNode* c : node->children()) {
+    if (c->name() == name) return c;
+    if (c->isAggregate())
+      if (tw::ScanNode* inside = childNamed(c, name)) return inside;
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  QApplication app(argc, argv);
+  if (argc < 2) {
+    std::fprintf(stderr, "usage: %s SCAN.sqlite [--size WxH] [--open A/B] [--hover A R]\n",
+                 argv[0]);
+    return 2;
+  }
+  int width = 1180, height = 720;
+  double hoverAngle = -1, hoverRadius = 0;
+  std::string open;
+  QString screenshot;
+  for (int i = 2; i < argc; ++i) {
+    const std::string arg = argv[i];
+    if (arg == "--size" && i + 1 < argc) {
+      std::sscanf(argv[++i], "%dx%d", &width, &height);
+    } else if (arg == "--open" && i + 1 < argc) {
+      open = argv[++i];
+    } else if (arg == "--screenshot" && i + 1 < argc) {
+      screenshot = QString::fromLocal8Bit(argv[++i]);
+    } else if (arg == "--hover" && i + 2 < argc) {
+      hoverAngle = std::atof(argv[++i]);
+      hoverRadius = std::atof(argv[++i]);
+    }
+  }
+  tw::Error error;
+  auto store = tw::ScanStore::open(argv[1], &error);
+  if (!store) {
+    std::fprintf(stderr, "%s\n", error.description.c_str());
+    return 1;
+  }
+  tw::ScanBrowser browser(store->rootNode());
+  store.reset();
+  browser.setWindowTitle("Tarnwell");
+  browser.resize(width, height);
+  browser.move(0, 0);
+  for (size_t start = 0; !open.empty() && start < open.size();) {
+    const size_t slash = std::min(open.find('/', start), open.size());
+    tw::ScanNode* next = childNamed(browser.currentNode(), open.substr(start, slash - start));
+    if (!next) break;
+    browser.navigateToNode(next, true);
+    start = slash + 1;
+  }
+  QObject::connect(&browser, &tw::ScanBrowser::readErrorReported,
+                   [](const QString& text) { std::printf("read error: %s\n", qPrintable(text)); });
+  browser.show();
+  if (hoverAngle >= 0) {
+    QTimer::singleShot(600, [&] {
+      tw::SunburstView* chart = browser.sunburstView();
+      const double angle = hoverAngle * std::numbers::pi / 180;
+      const double r = hoverRadius * chart->chartScale();
+      const QPointF p = chart->chartCenter() + QPointF(tw::sunburst::offsetXAt(angle, r),
+                                                       tw::sunburst::offsetYAt(angle, r));
+      QCursor::setPos(chart->mapToGlobal(p.toPoint()));
+      QTimer::singleShot(1200, [&browser, chart, p] {
+        if (browser.summaryNode()) return;
+        if (const tw::SunburstSegment* s = chart->segmentAtPoint(p))
+          emit chart->didPreviewNode(s->node);
+      });
+    });
+  }
+  if (!screenshot.isEmpty()) {
+    QTimer::singleShot(3000, [&] {
+      QGuiApplication::primaryScreen()->grabWindow(0).save(screenshot);
+      QApplication::quit();
+    });
+  }
+  return app.exec();
+}
