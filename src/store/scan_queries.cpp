@@ -192,8 +192,8 @@ std::vector<ScanNode*> ScanStore::childrenOfNode(ScanNode& node) {
   std::lock_guard guard(lock_);
   lastReadError_.reset();
   std::vector<ScanNode*> children;
-  Statement select;
-  if (!select.prepare(db_, schema::kChildren)) {
+  Statement& select = childrenStatement_;
+  if (!select.valid() && !select.prepare(db_, schema::kChildren)) {
     lastReadError_ = sqliteError(db_, schema::label::kPrepareQuery);
     return children;
   }
@@ -202,6 +202,7 @@ std::vector<ScanNode*> ScanStore::childrenOfNode(ScanNode& node) {
   while ((step = select.step()) == SQLITE_ROW)
     children.push_back(nodeFromStatement(select.get(), &node, nullptr));
   if (step != SQLITE_DONE) lastReadError_ = sqliteError(db_, schema::label::kReadItems);
+  select.resetAndClear();
   return children;
 }
 

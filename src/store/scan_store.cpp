@@ -113,6 +113,7 @@ std::optional<Error> checkAndUpgrade(sqlite3* db, ScanMetadata& metadata) {
 ScanStore::ScanStore(std::string path, sqlite3* db) : path_(std::move(path)), db_(db) {}
 
 ScanStore::~ScanStore() {
+  childrenStatement_.finalize();
   sqlite3_close_v2(db_);
 }
 

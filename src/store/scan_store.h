@@ -27,6 +27,7 @@
 #include "platform/error.h"
 #include "scan/scan_node.h"
 #include "store/file_system_calls.h"
+#include "store/sqlite_statement.h"
 
 namespace tw {
 
@@ -138,6 +139,8 @@ class ScanStore : public std::enable_shared_from_this<ScanStore> {
   mutable std::recursive_mutex lock_;
   int64_t rootNodeID_ = 0;
   std::optional<Error> lastReadError_;
+  // Browsing loads children folder after folder: the query is prepared once and reset after use.
+  Statement childrenStatement_;
 };
 
 }  // namespace tw
