@@ -118,12 +118,6 @@ std::string formatDiskFigure(uint64_t bytes, uint64_t totalCapacity) {
   return withGrouping(value) + (megabytes ? " MB" : " GB");
 }
 
-// One running scan: its scanner and the token its callbacks carry.
-struct OverviewController::RunningScan {
-  std::unique_ptr<DirectoryScanner> scanner;
-  uint64_t token = 0;
-};
-
 OverviewController::OverviewController(QObject* parent) : OverviewController(Options{}, parent) {}
 
 OverviewController::OverviewController(Options options, QObject* parent)

@@ -212,7 +212,12 @@ class OverviewController : public QObject {
   void beepRequested();
 
  private:
-  struct RunningScan;
+  friend struct OverviewControllerTestAccess;
+  // One running scan: its scanner and the token its callbacks carry.
+  struct RunningScan {
+    std::unique_ptr<DirectoryScanner> scanner;
+    uint64_t token = 0;
+  };
 
   const OverviewDisk* diskForPath(const std::string& path) const;
   const OverviewDisk* mountedDiskHolding(const std::string& path) const;
