@@ -299,14 +299,18 @@ void OverviewView::dragEnterEvent(QDragEnterEvent* event) {
 }
 
 void OverviewView::dropEvent(QDropEvent* event) {
-  const std::vector<std::string> paths =
-      pathsFromUriList(event->mimeData()->data(QString::fromLatin1(kUriList)));
+  if (dropUriList(event->mimeData()->data(QString::fromLatin1(kUriList))))
+    event->acceptProposedAction();
+}
+
+bool OverviewView::dropUriList(const QByteArray& uriList) {
+  const std::vector<std::string> paths = pathsFromUriList(uriList);
   if (paths.empty()) {
     QApplication::beep();
-    return;
+    return false;
   }
-  event->acceptProposedAction();
   controller_->scanDroppedURL(paths.front());
+  return true;
 }
 
 }  // namespace tw

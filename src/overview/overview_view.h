@@ -47,6 +47,9 @@ class OverviewView : public QWidget {
   void addHardDisk();  // "Add Hard Disk"
   void confirmRemove(const std::string& path);
   void getInfo(const std::string& path);
+  // Items dropped on the window, as a text/uri-list payload; false (with a beep) when none is a
+  // local file.
+  bool dropUriList(const QByteArray& uriList);
 
  protected:
   void dragEnterEvent(QDragEnterEvent* event) override;
