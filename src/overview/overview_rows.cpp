@@ -85,7 +85,7 @@ DiskRowWidget::DiskRowWidget(const OverviewRow& row, QWidget* parent)
   middle->addLayout(figures);
   auto* layout = new QHBoxLayout(this);
   layout->setContentsMargins(14, 10, 10, 10);
-  layout->setSpacing(12);
+  layout->setSpacing(10);
   layout->addWidget(icon);
   layout->addLayout(middle, 1);
   layout->addWidget(primary_);
