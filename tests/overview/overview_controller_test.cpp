@@ -55,6 +55,22 @@ TEST_F(OverviewControllerTest, FolderScanStoresResultAndReportsOneBatch) {
   EXPECT_EQ(c->knownFolderPaths(), std::vector<std::string>{folder});
 }
 
+TEST_F(OverviewControllerTest, ReplacedResultIsFreedOffTheGuiThread) {
+  recorder.keepBackgroundWork = true;
+  auto c = makeController(recorder);
+  const std::string folder = makeFolder("twice");
+  c->scanURL(folder);
+  ASSERT_TRUE(waitUntil([&] { return recorder.ended.size() == 1; }));
+  std::weak_ptr<ScanNode> first = c->resultForPath(folder);
+  recorder.completed.clear();
+  c->scanURL(folder);
+  ASSERT_TRUE(waitUntil([&] { return recorder.ended.size() == 2; }));
+  EXPECT_NE(c->resultForPath(folder), first.lock());
+  EXPECT_FALSE(first.expired());  // only the background work still holds the old tree
+  for (auto& work : recorder.backgroundWork) work();
+  EXPECT_TRUE(first.expired());
+}
+
 TEST_F(OverviewControllerTest, OverlappingScansCountDownInTheStatusLine) {
   auto c = makeController(recorder);
   const std::string a = makeFolder("a"), b = makeFolder("b");

@@ -77,6 +77,10 @@ std::unique_ptr<OverviewController> makeController(Recorder& r, std::vector<Over
     };
     return o;
   };
+  if (r.keepBackgroundWork)
+    options.backgroundExecutor = [&r](std::function<void()> work) {
+      r.backgroundWork.push_back(std::move(work));
+    };
   auto c = std::make_unique<OverviewController>(options);
   OverviewController::Handlers h;
   h.showResult = [&r](const ScanNodeRef& root) { r.shown.push_back(root); };

@@ -55,6 +55,9 @@ struct Recorder {
   int beeps = 0, addDiskSheets = 0;
   // While true, walks wait before they start (set it before scanning, clear it to let them run).
   std::shared_ptr<std::atomic<bool>> holdWalks = std::make_shared<std::atomic<bool>>(false);
+  // When set before the controller is made, background work (freeing trees) waits here.
+  bool keepBackgroundWork = false;
+  std::vector<std::function<void()>> backgroundWork;
 };
 
 // A controller over `disks` whose scanners use the system layout on temporary folders, with every
