@@ -1,9 +1,11 @@
 #include "app/application.h"
 
+#include <QAction>
 #include <QApplication>
 #include <QIcon>
 #include <QMessageBox>
 #include <QThreadPool>
+#include <QTimer>
 #include <cstdio>
 #include <ctime>
 
@@ -18,6 +20,9 @@
 #include "app/scan_library.h"
 #include "app/scan_session.h"
 #include "app/settings_dialog.h"
+#include "browser/scan_browser.h"
+#include "overview/overview_controller.h"
+#include "overview/overview_view.h"
 #include "platform/paths.h"
 
 namespace tw {
@@ -25,8 +30,11 @@ namespace tw {
 Application::Application(QObject* parent) : QObject(parent) {}
 
 Application::~Application() {
-  session_.reset();
+  // The window holds the screens, the controller the running scans; both go before the session
+  // and the library they report to.
   delete window_.data();
+  delete overview_.data();
+  session_.reset();
   lock_.release();
 }
 
@@ -114,7 +122,76 @@ void Application::buildMainWindow() {
   window_->centreOnScreen();
   connect(window_, &MainWindow::closed, this, &Application::quit, Qt::QueuedConnection);
   session_ = std::make_unique<ScanSession>(*library_, window_);
+  installScreens();
   steps_ << QStringLiteral("window");
+}
+
+void Application::installScreens() {
+  overview_ = new OverviewController;
+  OverviewController* overview = overview_;
+  ScanSession* session = session_.get();
+  ScanLibrary* library = library_.get();
+
+  OverviewController::Handlers handlers;
+  handlers.showResult = [session](const ScanNodeRef& root) { session->showBrowserWithRoot(root); };
+  handlers.forgetResult = [session](const ScanNodeRef& root) { session->forgetScanResult(root); };
+  handlers.removeScansForPath = [session](const std::string& path,
+                                          std::function<void(std::optional<Error>)> completion) {
+    session->removeAllScansForPath(path, std::move(completion));
+  };
+  handlers.scanDidBegin = [session] { session->beginPersistentScan(); };
+  handlers.scanDidEnd = [session](bool completed) {
+    session->endPersistentScanCompleted(completed);
+  };
+  handlers.scanCompleted = [session](const ScanNodeRef& root) {
+    session->acceptCompletedScan(root);
+  };
+  overview->setHandlers(std::move(handlers));
+  connect(overview, &OverviewController::dockProgressChanged, session,
+          &ScanSession::showScanProgress);
+  connect(overview, &OverviewController::dockProgressCleared, session,
+          &ScanSession::clearScanProgress);
+
+  session->setRestoreHandler([overview, library](const std::vector<ScanNodeRef>& roots) {
+    overview->restoreCachedScanRoots(roots);
+    if (!overview->cachedRoot()) overview->setCachedRoot(library->cachedRoot());
+  });
+  session->setForgetCachedScanRootHandler(
+      [overview](const ScanNodeRef& root) { overview->forgetCachedScanRoot(root); });
+
+  auto* view = new OverviewView(overview);
+  window_->setOverviewWidget(view);
+  window_->setScanFolderHandler([view] { view->scanFolder(); });
+
+  // The browser: opened on a result, it reports drops and replaced trees back to the shell.
+  QPointer<MainWindow> window = window_;
+  session->setBrowserFactory([overview, library, window](ScanNodeRef root) -> QWidget* {
+    overview->setCachedRoot(root);
+    auto* browser = new ScanBrowser(std::move(root));
+    QObject::connect(
+        browser, &ScanBrowser::scanDroppedPath, overview,
+        [overview, window](const std::string& path) {
+          if (window) window->showOverview();
+          overview->scanDroppedURL(path);
+        },
+        Qt::QueuedConnection);
+    QObject::connect(browser, &ScanBrowser::snapshotDidChange, overview,
+                     [overview, library](const ScanNodeRef& newRoot) {
+                       library->setCachedRoot(newRoot);
+                       overview->setCachedRoot(newRoot);
+                     });
+    // Back, Forward and Enclosing Folder follow the browser's history once it shows.
+    auto updateItems = [window, browser] {
+      if (!window || window->browserWidget() != browser) return;
+      MainMenus& menus = window->menus();
+      if (menus.back) menus.back->setEnabled(browser->canGoBack());
+      if (menus.forward) menus.forward->setEnabled(browser->canGoForward());
+      if (menus.enclosingFolder) menus.enclosingFolder->setEnabled(browser->canGoToParent());
+    };
+    QObject::connect(browser, &ScanBrowser::navigationChanged, browser, updateItems);
+    QTimer::singleShot(0, browser, updateItems);
+    return browser;
+  });
 }
 
 void Application::showSettings() {

@@ -24,6 +24,7 @@
 #include "app/instance_lock.h"
 #include "app/main_window.h"
 #include "app/settings_dialog.h"
+#include "overview/overview_controller.h"
 
 namespace tw {
 
@@ -59,6 +60,8 @@ class Application : public QObject {
   ScanLibrary* library() const { return library_.get(); }
   // The scan lifecycle on the application's side; it exists once start() has built the window.
   ScanSession* scanSession() const { return session_.get(); }
+  // The overview's controller: the running scans and the latest result per location.
+  OverviewController* overview() const { return overview_; }
 
  public slots:
   void showSettings();
@@ -75,6 +78,8 @@ class Application : public QObject {
   void applyApplicationIcon();
   bool takeInstanceLock();
   void buildMainWindow();
+  // The two screens of the main window: the overview, which runs the scans, and the browser.
+  void installScreens();
 
   QStringList steps_;
   std::unique_ptr<ScanLibrary> library_;
@@ -82,6 +87,7 @@ class Application : public QObject {
   InstanceLock lock_;
   InstanceServer* server_ = nullptr;
   QPointer<MainWindow> window_;
+  QPointer<OverviewController> overview_;
   QPointer<SettingsDialog> settings_;
   QPointer<AboutDialog> about_;
 };

@@ -8,8 +8,6 @@
 #include <QStackedWidget>
 #include <cmath>
 
-#include "app/home_view.h"
-
 namespace tw {
 
 namespace {
@@ -42,13 +40,13 @@ QString mainWindowTitle(std::optional<double> fraction) {
 }
 
 MainWindow::MainWindow(QWidget* parent)
-    : QMainWindow(parent), screens_(new QStackedWidget(this)), home_(new HomeView(screens_)) {
+    : QMainWindow(parent), screens_(new QStackedWidget(this)), placeholder_(new QWidget(screens_)) {
   setObjectName(QStringLiteral("mainWindow"));
   setWindowTitle(mainWindowTitle(std::nullopt));
   setMinimumSize(kMainWindowMinimumWidth, kMainWindowMinimumHeight);
   resize(kMainWindowWidth, kMainWindowHeight);
   screens_->setObjectName(QStringLiteral("screens"));
-  screens_->addWidget(home_);
+  screens_->addWidget(placeholder_);
   setCentralWidget(screens_);
 }
 
@@ -84,13 +82,13 @@ void MainWindow::setOverviewWidget(QWidget* overview) {
   screens_->addWidget(overview);
   if (wasShowing) screens_->setCurrentWidget(overview);
   // The placeholder has done its work.
-  screens_->removeWidget(home_);
-  home_->deleteLater();
-  home_ = nullptr;
+  screens_->removeWidget(placeholder_);
+  placeholder_->deleteLater();
+  placeholder_ = nullptr;
 }
 
 QWidget* MainWindow::overviewWidget() const {
-  return overview_ ? overview_.data() : static_cast<QWidget*>(home_);
+  return overview_ ? overview_.data() : placeholder_;
 }
 
 void MainWindow::showOverview() {

@@ -1,6 +1,6 @@
 // The single main window: 980 × 650 with a minimum of 760 × 500, titled "Tarnwell", centred on
 // its screen; closing it quits the application. It hosts two screens: the Disks and Folders
-// overview (the "No scans yet" home view until the overview widget is installed) and the scan
+// overview (an empty page until the overview widget is installed) and the scan
 // browser, one at a time. While scans run, the title carries their averaged progress.
 #pragma once
 
@@ -14,8 +14,6 @@
 class QStackedWidget;
 
 namespace tw {
-
-class HomeView;
 
 // Sizes in device-independent pixels (the macOS points of the original layout).
 inline constexpr int kMainWindowWidth = 980;
@@ -37,7 +35,6 @@ class MainWindow : public QMainWindow {
  public:
   explicit MainWindow(QWidget* parent = nullptr);
 
-  HomeView* homeView() const { return home_; }
   MainMenus& menus() { return menus_; }
   // Installs the menus and connects the window's own items (screens, Scan Folder…).
   void setMenus(const MainMenus& menus);
@@ -80,7 +77,7 @@ class MainWindow : public QMainWindow {
   void updateBrowserItems();
 
   QStackedWidget* screens_;
-  HomeView* home_;
+  QWidget* placeholder_;  // until the overview is installed
   QPointer<QWidget> overview_;
   QPointer<QWidget> browser_;
   MainMenus menus_;

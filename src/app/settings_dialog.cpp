@@ -21,10 +21,10 @@
 
 #include "app/appearance.h"
 #include "app/build_info.h"
-#include "platform/file_manager.h"
 #include "app/pattern_dialog.h"
 #include "app/preferences.h"
 #include "platform/disk_access.h"
+#include "platform/file_manager.h"
 #include "platform/mounted_disks.h"
 #include "platform/paths.h"
 

@@ -12,7 +12,6 @@
 
 #include "app/about_dialog.h"
 #include "app/application.h"
-#include "app/home_view.h"
 #include "app/main_window.h"
 #include "app/settings_dialog.h"
 #include "app_test_support.h"
@@ -116,16 +115,16 @@ TEST_F(MenusTest, ShortcutsUseControlAndTheDesktopsKeys) {
   }
 }
 
-TEST_F(MenusTest, ItemsThatCannotActYetAreDisabled) {
+TEST_F(MenusTest, BrowserAndDeleteQueueItemsAreDisabledOnTheOverview) {
   for (const char* name :
-       {"scanFolderAction", "actionScanFolderAction", "collectSelectedItemAction",
-        "removeAllCollectedItemsAction", "showCurrentFolderInFilesAction",
-        "openCurrentFolderInTerminalAction", "goToOverviewAction", "backAction", "forwardAction",
-        "enclosingFolderAction"}) {
+       {"collectSelectedItemAction", "removeAllCollectedItemsAction",
+        "showCurrentFolderInFilesAction", "openCurrentFolderInTerminalAction", "goToOverviewAction",
+        "backAction", "forwardAction", "enclosingFolderAction"}) {
     EXPECT_FALSE(action(name)->isEnabled()) << name;
   }
-  for (const char* name : {"quitAction", "settingsAction", "fullScreenAction", "minimizeAction",
-                           "zoomAction", "helpAction", "aboutAction"}) {
+  for (const char* name :
+       {"scanFolderAction", "actionScanFolderAction", "quitAction", "settingsAction",
+        "fullScreenAction", "minimizeAction", "zoomAction", "helpAction", "aboutAction"}) {
     EXPECT_TRUE(action(name)->isEnabled()) << name;
   }
 }
@@ -192,7 +191,7 @@ TEST_F(MenusTest, EditItemsActOnTheFocusedFieldAndAreOffWithoutOne) {
   for (const char* name : {"undoAction", "cutAction", "copyAction", "selectAllAction"}) {
     EXPECT_FALSE(action(name)->isEnabled()) << name;
   }
-  auto* field = new QLineEdit(window_->homeView());
+  auto* field = new QLineEdit(window_->overviewWidget());
   field->setText(QStringLiteral("node_modules"));
   field->show();
   window_->activateWindow();

@@ -11,12 +11,12 @@
 #include <fstream>
 
 #include "app/application.h"
-#include "app/home_view.h"
 #include "app/instance_lock.h"
 #include "app/main_window.h"
 #include "app/preferences.h"
 #include "app_test_support.h"
 #include "gtest/gtest.h"
+#include "overview/overview_view.h"
 
 namespace tw {
 namespace {
@@ -60,7 +60,7 @@ TEST(Startup, RunsEveryStepInOrderAndClearsTheScanMarker) {
   QThreadPool::globalInstance()->waitForDone();
 }
 
-TEST(Startup, MainWindowHasItsSizesTitleAndTheNoScansHomeScreen) {
+TEST(Startup, MainWindowHasItsSizesTitleAndShowsTheOverview) {
   test::AppEnvironment env;
   Application app;
   ASSERT_EQ(app.start(), Application::Launch::Running);
@@ -72,11 +72,10 @@ TEST(Startup, MainWindowHasItsSizesTitleAndTheNoScansHomeScreen) {
   EXPECT_EQ(window->minimumSize(), QSize(760, 500));
   window->resize(500, 300);
   EXPECT_EQ(window->size(), QSize(760, 500));
-  ASSERT_NE(window->homeView(), nullptr);
-  EXPECT_EQ(window->overviewWidget(), window->homeView());
+  ASSERT_NE(qobject_cast<OverviewView*>(window->overviewWidget()), nullptr);
   EXPECT_TRUE(window->isShowingOverview());
-  EXPECT_TRUE(window->homeView()->isVisible());
-  EXPECT_EQ(window->homeView()->titleLabel()->text(), "No scans yet");
+  EXPECT_TRUE(window->overviewWidget()->isVisible());
+  EXPECT_TRUE(window->menus().scanFolder->isEnabled());
   QThreadPool::globalInstance()->waitForDone();
 }
 
@@ -95,8 +94,8 @@ TEST(Startup, DarkAppearanceIsFusionWithTarnwellsColours) {
   expectColour(palette.color(QPalette::PlaceholderText), 0.62, 0.62, 0.62);
   expectColour(palette.color(QPalette::Highlight), 0x0A / 255.0, 0x84 / 255.0, 1.0);
 
-  // What is painted, not only what is set: a corner of the home screen is the background.
-  const QImage image = app.mainWindow()->homeView()->grab().toImage();
+  // What is painted, not only what is set: a corner of the overview is the background.
+  const QImage image = app.mainWindow()->overviewWidget()->grab().toImage();
   ASSERT_FALSE(image.isNull());
   expectColour(image.pixelColor(4, 4), 0.105, 0.114, 0.137);
   QThreadPool::globalInstance()->waitForDone();
