@@ -96,7 +96,8 @@ BENCHMARK(BM_RestingRepaint)->Unit(benchmark::kMillisecond);
 void BM_RestingRepaintWithHoveredSegment(benchmark::State& state) {
   ChartFixture chart(state);
   if (!chart.view) return;
-  chart.view->setHoveredSegment(&chart.view->segments().front());  // the largest folder
+  chart.view->setHoveredSegmentAndStartFlicker(
+      &chart.view->segments().front());  // the largest folder
   for (auto _ : state) chart.view->render(&chart.target);
 }
 BENCHMARK(BM_RestingRepaintWithHoveredSegment)->Unit(benchmark::kMillisecond);
