@@ -82,9 +82,11 @@ std::optional<bool> kdeGlobalsDisableAnimations(std::string_view text) {
       inKdeGroup = line == "[KDE]";
       continue;
     }
-    if (!inKdeGroup || !line.starts_with("AnimationDurationFactor")) continue;
     const std::size_t equals = line.find('=');
-    if (equals == std::string_view::npos) continue;
+    if (!inKdeGroup || equals == std::string_view::npos) continue;
+    std::string_view key = line.substr(0, equals);
+    while (!key.empty() && (key.back() == ' ' || key.back() == '\t')) key.remove_suffix(1);
+    if (key != "AnimationDurationFactor") continue;
     std::string value(line.substr(equals + 1));
     while (!value.empty() && value.front() == ' ') value.erase(0, 1);
     bool ok = false;
