@@ -27,6 +27,8 @@ constexpr double kGlowBlurRadius = 10;
 // 0.8-point outline of 55 % near-black over both fills, and costs no stroking, which keeps a
 // frame to one polygon fill per segment.
 constexpr double kOutlineSeam = 0.45;
+// Arcs smaller than this, in device pixels, are not drawn.
+constexpr double kInvisibleDevicePixels = 0.02;
 // Arcs are drawn as chords that stray at most a quarter of a device pixel.
 constexpr double kChordDevicePixels = 0.25;
 constexpr double kEmptyRingWidth = 2;
@@ -205,8 +207,14 @@ void drawSegments(QPainter& painter, std::span<const SunburstDrawnSegment> segme
   const bool glowing = highlight.listHoveredNode != nullptr;
   QPolygonF polygon;
   painter.setPen(Qt::NoPen);
+  // Arcs covering less than this many square pixels (at full opacity) leave no visible trace; a
+  // zoom has many of them, arriving from the outer edge with no width yet.
+  const double dpr = painter.device() ? painter.device()->devicePixelRatioF() : 1.0;
+  const double invisibleArea = kInvisibleDevicePixels / (dpr * dpr * scale * scale);
   for (const SunburstDrawnSegment& d : segments) {
     if (d.end <= d.start || d.alpha <= 0) continue;
+    if ((d.end - d.start) * (d.outer * d.outer - d.inner * d.inner) * 0.5 * d.alpha < invisibleArea)
+      continue;
     if (glowing && d.segment->node == highlight.listHoveredNode) {
       drawSegment(painter, *d.segment, d.start, d.end, d.inner, d.outer, center, scale, d.alpha,
                   highlight);
