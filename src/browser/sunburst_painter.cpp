@@ -223,7 +223,14 @@ void drawSegments(QPainter& painter, std::span<const SunburstDrawnSegment> segme
     }
     sectorPolygon(polygon, d.start, d.end, d.inner, d.outer, center, scale, tolerance,
                   kOutlineSeam);
-    painter.setBrush(fillColor(*d.segment, d.alpha, highlight));
+    QColor fill = fillColor(*d.segment, d.alpha, highlight);
+    if (d.overBackground && fill.alphaF() < 1) {
+      const double a = fill.alphaF();
+      fill = QColor::fromRgbF(static_cast<float>(fill.redF() * a + kBackground.red * (1 - a)),
+                              static_cast<float>(fill.greenF() * a + kBackground.green * (1 - a)),
+                              static_cast<float>(fill.blueF() * a + kBackground.blue * (1 - a)));
+    }
+    painter.setBrush(fill);
     painter.drawPolygon(polygon);
   }
 }

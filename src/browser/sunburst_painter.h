@@ -23,7 +23,9 @@ class QPainter;
 
 namespace tw {
 
-// A segment as drawn in one frame: angles in radians, radii unscaled, alpha 0…1.
+// A segment as drawn in one frame: angles in radians, radii unscaled, alpha 0…1. An arc with only
+// the background beneath it is painted in its opaque mix with the background, which looks the
+// same and blends far faster than a translucent fill; one that may lie over other arcs is not.
 struct SunburstDrawnSegment {
   const SunburstSegment* segment = nullptr;
   double start = 0;
@@ -31,6 +33,7 @@ struct SunburstDrawnSegment {
   double inner = 0;
   double outer = 0;
   double alpha = 1;
+  bool overBackground = true;
 };
 
 // What is emphasised: the selected node (all others dimmed), the segment under the pointer with

@@ -15,7 +15,9 @@ namespace tw {
 // deepest ring, from the outer edge) and fades in; an arc only in the old chart stays put and
 // fades out while the old chart gives way. The anchor itself swells to the full circle and sinks
 // under the centre disc (zoom in), or rises from under the disc and shrinks to its arc (zoom out).
-// Arcs outside the anchor's subtree in a zoom out have no old place: they fade in where they are.
+// Arcs outside the anchor's subtree in a zoom out have no old place: they fade in where they are,
+// over the subtree still shrinking across them. Every other arc moves in step with its neighbours
+// and so never passes over another.
 // Places move only while the new chart grows; fades out run in the first phase, fades in in the
 // second.
 namespace {
@@ -111,7 +113,8 @@ SunburstTransition::SunburstTransition(Kind kind, std::vector<SunburstSegment> o
     } else if (j >= subtreeFirst && j < subtreeLast) {
       motions_.push_back({&s, zoomIn ? innerToOuter(s) : outerToInner(s), arcOf(s), Fade::In});
     } else {
-      motions_.push_back({&s, arcOf(s), arcOf(s), Fade::In});
+      // Fading in where the shrinking subtree still passes.
+      motions_.push_back({&s, arcOf(s), arcOf(s), Fade::In, false});
     }
   }
 }
@@ -130,7 +133,7 @@ void SunburstTransition::frame(double p, std::vector<SunburstDrawnSegment>& into
     if (alpha <= 0) continue;
     into.push_back({m.segment, lerp(m.from.start, m.to.start, newPhase),
                     lerp(m.from.end, m.to.end, newPhase), lerp(m.from.inner, m.to.inner, newPhase),
-                    lerp(m.from.outer, m.to.outer, newPhase), alpha});
+                    lerp(m.from.outer, m.to.outer, newPhase), alpha, m.overBackground});
   }
 }
 

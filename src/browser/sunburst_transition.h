@@ -58,6 +58,7 @@ class SunburstTransition {
     Arc from;
     Arc to;
     Fade fade = Fade::None;
+    bool overBackground = true;  // no other arc passes beneath it
   };
 
   Kind kind_ = Kind::None;
