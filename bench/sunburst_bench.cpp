@@ -90,6 +90,21 @@ void BM_SegmentsForRootOfSavedScan(benchmark::State& state) {
 }
 BENCHMARK(BM_SegmentsForRootOfSavedScan)->Unit(benchmark::kMillisecond)->MinTime(3);
 
+// The layout alone: the same root again, every child it visits already loaded.
+void BM_SegmentsForLoadedRoot(benchmark::State& state) {
+  auto store = openStore(state);
+  if (!store) return;
+  tw::ScanNodeRef root = store->rootNode();
+  tw::SunburstLayout layout;
+  layout.setRootNode(root);
+  for (auto _ : state) {
+    layout.rebuildSegments();
+    benchmark::DoNotOptimize(layout.segments().data());
+  }
+  state.counters["segments"] = static_cast<double>(layout.segments().size());
+}
+BENCHMARK(BM_SegmentsForLoadedRoot)->Unit(benchmark::kMillisecond);
+
 void BM_RestingRepaint(benchmark::State& state) {
   ChartFixture chart(state);
   if (!chart.view) return;
