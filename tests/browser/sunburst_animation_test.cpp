@@ -116,6 +116,24 @@ TEST_F(SunburstAnimationTest, ZoomInMovesTheSubtreeOutOfItsArcOntoTheWholeCircle
   EXPECT_EQ(view_.revealProgress(), 1);
 }
 
+TEST_F(SunburstAnimationTest, AnArcTooThinForTheOldChartGrowsOutOfWhereItWouldHaveBeen) {
+  // "small" spans 2π / 2000 < 0.004 around the root, 2π / 1000 ≥ 0.004 around "big".
+  ScanNodeRef root = makeFolderRoot(2000);
+  ScanNode* big = addFolder(root.get(), "big", 1000);
+  addFile(big, "f", 999);
+  ScanNode* small = addFile(big, "small", 1);
+  addFolder(root.get(), "other", 1000);
+  view_.setRootNode(root);
+  ASSERT_EQ(view_.layout().segmentForNode(small), nullptr);
+  view_.setRootNode(big->ref(), true);
+  ASSERT_EQ(view_.transitionKind(), Kind::ZoomIn);
+  // It starts on ring 1 inside big's old span [0, π], where the zoom's mapping puts it, unseen.
+  view_.setTransitionProgress(0.28);
+  EXPECT_FALSE(drawn(small).has_value());
+  view_.setTransitionProgress(0.64);
+  expectArc(drawn(small), (0.999 * kPi + 1.998 * kPi) / 2, 1.5 * kPi, 68, 98, 0.5);
+}
+
 TEST_F(SunburstAnimationTest, GoingToTheParentZoomsOutAnchoredOnTheOldRootsSegment) {
   view_.setRootNode(first_->ref(), false);
   view_.setRootNode(root_, true);
