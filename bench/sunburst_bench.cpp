@@ -2,6 +2,10 @@
 // scan database, repainting the resting chart at 1000 × 1000 device pixels, painting a whole frame
 // from scratch (what a transition pays per frame), and hit-testing a pointer position.
 //
+// The animation benchmarks paint frames of a zoom into the largest folder, a zoom back out, the
+// sweep of a fresh chart and the rings growing from the centre, at 34 points spread over each
+// animation's time, and report the slowest frame beside the mean.
+//
 // usage: TW_SUNBURST_SCAN=/tmp/t1m.sqlite sunburst_bench [benchmark flags]
 // Under QT_SCALE_FACTOR=2 the widget is 500 × 500 logical pixels, still 1000 × 1000 device pixels.
 #include <benchmark/benchmark.h>
@@ -9,6 +13,7 @@
 #include <QApplication>
 #include <QPainter>
 #include <QPixmap>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -38,6 +43,7 @@ QApplication& application() {
   static char name[] = "sunburst_bench";
   static char* argv[] = {name, nullptr};
   if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) qputenv("QT_QPA_PLATFORM", "offscreen");
+  qputenv("TARNWELL_REDUCE_MOTION", "0");
   static QApplication app(argc, argv);
   return app;
 }
@@ -84,6 +90,21 @@ void BM_SegmentsForRootOfSavedScan(benchmark::State& state) {
 }
 BENCHMARK(BM_SegmentsForRootOfSavedScan)->Unit(benchmark::kMillisecond)->MinTime(3);
 
+// The layout alone: the same root again, every child it visits already loaded.
+void BM_SegmentsForLoadedRoot(benchmark::State& state) {
+  auto store = openStore(state);
+  if (!store) return;
+  tw::ScanNodeRef root = store->rootNode();
+  tw::SunburstLayout layout;
+  layout.setRootNode(root);
+  for (auto _ : state) {
+    layout.rebuildSegments();
+    benchmark::DoNotOptimize(layout.segments().data());
+  }
+  state.counters["segments"] = static_cast<double>(layout.segments().size());
+}
+BENCHMARK(BM_SegmentsForLoadedRoot)->Unit(benchmark::kMillisecond);
+
 void BM_RestingRepaint(benchmark::State& state) {
   ChartFixture chart(state);
   if (!chart.view) return;
@@ -96,7 +117,8 @@ BENCHMARK(BM_RestingRepaint)->Unit(benchmark::kMillisecond);
 void BM_RestingRepaintWithHoveredSegment(benchmark::State& state) {
   ChartFixture chart(state);
   if (!chart.view) return;
-  chart.view->setHoveredSegment(&chart.view->segments().front());  // the largest folder
+  chart.view->setHoveredSegmentAndStartFlicker(
+      &chart.view->segments().front());  // the largest folder
   for (auto _ : state) chart.view->render(&chart.target);
 }
 BENCHMARK(BM_RestingRepaintWithHoveredSegment)->Unit(benchmark::kMillisecond);
@@ -145,5 +167,68 @@ void BM_HitTestInnermostRing(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(chart.view->segmentAtPoint(point));
 }
 BENCHMARK(BM_HitTestInnermostRing)->Unit(benchmark::kMicrosecond);
+
+// Frames of an animation started by `start` on a view whose clock the benchmark sets: each
+// iteration moves the clock to the next of 34 points over `seconds` and paints the whole view.
+template <typename Start>
+void animationFrames(benchmark::State& state, double seconds, Start start) {
+  ChartFixture chart(state);
+  if (!chart.view) return;
+  double clock = 0;
+  chart.view->setAnimationClock([&clock] { return clock; });
+  start(*chart.view, chart.store->rootNode());
+  if (!chart.view->isAnimating()) {
+    state.SkipWithError("no animation started");
+    return;
+  }
+  constexpr int kPoints = 34;
+  int i = 0;
+  double slowest = 0;
+  for (auto _ : state) {
+    clock = seconds * (i++ % kPoints) / kPoints;
+    const auto begin = std::chrono::steady_clock::now();
+    chart.view->advanceAnimations();
+    chart.view->render(&chart.target);
+    const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - begin;
+    slowest = std::max(slowest, took.count());
+  }
+  state.counters["slowest ms"] = slowest;
+  state.counters["drawn"] = static_cast<double>(chart.view->frameSegments().size());
+}
+
+void BM_ZoomInFrame(benchmark::State& state) {
+  animationFrames(state, tw::SunburstView::kSweepSeconds,
+                  [](tw::SunburstView& view, const tw::ScanNodeRef&) {
+                    view.setRootNode(view.segments().front().node->ref(), true);
+                  });
+}
+BENCHMARK(BM_ZoomInFrame)->Unit(benchmark::kMillisecond);
+
+void BM_ZoomOutFrame(benchmark::State& state) {
+  animationFrames(state, tw::SunburstView::kSweepSeconds,
+                  [](tw::SunburstView& view, const tw::ScanNodeRef& root) {
+                    view.setRootNode(view.segments().front().node->ref(), false);
+                    view.setRootNode(root, true);
+                  });
+}
+BENCHMARK(BM_ZoomOutFrame)->Unit(benchmark::kMillisecond);
+
+void BM_SweepFrame(benchmark::State& state) {
+  animationFrames(state, tw::SunburstView::kSweepSeconds,
+                  [](tw::SunburstView& view, const tw::ScanNodeRef& root) {
+                    view.setRootNode(nullptr, false);
+                    view.setRootNode(root, true);
+                  });
+}
+BENCHMARK(BM_SweepFrame)->Unit(benchmark::kMillisecond);
+
+void BM_RadialRevealFrame(benchmark::State& state) {
+  animationFrames(state, tw::SunburstView::kRadialRevealSeconds,
+                  [](tw::SunburstView& view, const tw::ScanNodeRef&) {
+                    view.prepareInitialRevealFromCenter();
+                    view.animateInitialRevealFromCenter();
+                  });
+}
+BENCHMARK(BM_RadialRevealFrame)->Unit(benchmark::kMillisecond);
 
 }  // namespace

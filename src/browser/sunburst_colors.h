@@ -18,8 +18,7 @@ inline constexpr SunburstColor kBackground = palette::kBackground;  // view and 
 inline constexpr SunburstColor kAccentTeal = palette::kAccentTeal;  // centre label, plain root
 inline constexpr SunburstColor kCloneBlue = palette::kCloneBlue;
 inline constexpr SunburstColor kVirtualPurple = palette::kVirtualPurple;
-inline constexpr SunburstColor kFileGrey{0.48, 0.48, 0.48};       // files, "smaller objects…"
-inline constexpr SunburstColor kOutline{0.08, 0.08, 0.08, 0.55};  // × the segment's alpha
+inline constexpr SunburstColor kFileGrey{0.48, 0.48, 0.48};  // files, "smaller objects…"
 inline constexpr SunburstColor kEmptyRootRing = palette::kHairline;
 inline constexpr SunburstColor kEmptyRootText = palette::kSecondaryText;
 

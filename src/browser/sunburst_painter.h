@@ -10,6 +10,7 @@
 #include <QColor>
 #include <QPainterPath>
 #include <QPointF>
+#include <QPolygonF>
 #include <QRectF>
 #include <cstdint>
 #include <span>
@@ -22,7 +23,9 @@ class QPainter;
 
 namespace tw {
 
-// A segment as drawn in one frame: angles in radians, radii unscaled, alpha 0…1.
+// A segment as drawn in one frame: angles in radians, radii unscaled, alpha 0…1. An arc with only
+// the background beneath it is painted in its opaque mix with the background, which looks the
+// same and blends far faster than a translucent fill; one that may lie over other arcs is not.
 struct SunburstDrawnSegment {
   const SunburstSegment* segment = nullptr;
   double start = 0;
@@ -30,6 +33,7 @@ struct SunburstDrawnSegment {
   double inner = 0;
   double outer = 0;
   double alpha = 1;
+  bool overBackground = true;
 };
 
 // What is emphasised: the selected node (all others dimmed), the segment under the pointer with
@@ -51,6 +55,12 @@ namespace sunburst {
 // Outline of an annular sector: the outer arc from start to end, the inner arc back, closed.
 QPainterPath pathFromStart(double start, double end, double inner, double outer, QPointF center,
                            double scale);
+
+// The same outline as a polygon of chords, into `polygon` (cleared first): no chord strays more
+// than `tolerance` pixels from the true arc, and every edge is inset by `seam` ÷ 2 pixels (at most
+// a quarter of the segment's width) so neighbours keep a hairline between them.
+void sectorPolygon(QPolygonF& polygon, double start, double end, double inner, double outer,
+                   QPointF center, double scale, double tolerance, double seam = 0);
 
 // The segments of the resting chart: full sweep `revealProgress` of each arc, rings grown out of
 // the centre disc by `radialRevealProgress` (clamped to 0…1) and faded in with it.
