@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "platform/reduce_motion.h"
 #include "ui/qt_color.h"
 
 namespace tw {
@@ -32,6 +33,8 @@ void UsageBar::setFillColour(const QColor& colour) {
 }
 
 void UsageBar::setStriped(bool on) {
+  // The travelling band is motion for its own sake: left out when the desktop asks for less.
+  if (on && prefersReducedMotion()) on = false;
   if (on == timer_.isActive()) return;
   if (on) {
     timer_.start();
@@ -80,6 +83,8 @@ Spinner::Spinner(QWidget* parent) : QWidget(parent) {
 
 void Spinner::setRunning(bool on) {
   setVisible(on);
+  // Under reduced motion the indicator stays, still.
+  if (on && prefersReducedMotion()) on = false;
   if (on == timer_.isActive()) return;
   if (on) {
     timer_.start();
