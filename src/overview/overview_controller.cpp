@@ -460,8 +460,9 @@ void OverviewController::restoreCachedScanRoots(const std::vector<ScanNodeRef>& 
       toCheck.push_back(root);
     }
   }
+  // Every restored folder shows "checking for changes…" at once: one rebuild, not one per folder.
+  for (const ScanNodeRef& root : toCheck) beginFreshnessCheck(root, {});
   rebuildRows();
-  for (const ScanNodeRef& root : toCheck) validateCachedFolderRoot(root, {});
 }
 
 void OverviewController::forgetCachedScanRoot(const ScanNodeRef& root) {
@@ -484,13 +485,17 @@ std::optional<double> OverviewController::lastFreshnessCheck(const std::string& 
 
 void OverviewController::validateCachedFolderRoot(
     const ScanNodeRef& root, std::function<void(bool changed, bool checked)> completion) {
+  if (beginFreshnessCheck(root, std::move(completion))) rebuildRows();
+}
+
+bool OverviewController::beginFreshnessCheck(
+    const ScanNodeRef& root, std::function<void(bool changed, bool checked)> completion) {
   const std::string path = root ? standardizeUserPath(root->path()) : std::string();
   if (!root || root->isVolumeRoot() || path.empty() || root->scanDate() <= 0) {
     if (completion) completion(false, false);
-    return;
+    return false;
   }
   checking_.insert(path);
-  rebuildRows();
   const uint64_t fingerprint = root->sourceFingerprint();
   const int64_t itemCount = root->sourceItemCount();
   QPointer<OverviewController> self(this);
@@ -514,6 +519,7 @@ void OverviewController::validateCachedFolderRoot(
         self->rebuildRows();
         if (completion) completion(changed, true);
       });
+  return true;
 }
 
 // --- Row actions ------------------------------------------------------------------------------

@@ -99,6 +99,8 @@ struct OverviewRow {
   std::string statusText;  // "Scanning…", "checking for changes…", "Rescan recommended", …
   std::string sizeText;    // the result's size, "empty", or nothing without a result
   std::string accessibleName;  // "%@, %@": name and primary title
+
+  bool operator==(const OverviewRow&) const = default;
 };
 
 // The three answers to a disk dropped on the Unlock Disk target.
@@ -223,6 +225,10 @@ class OverviewController : public QObject {
   const OverviewDisk* mountedDiskHolding(const std::string& path) const;
   bool hasAccess(const std::string& diskPath) const;
   void rebuildRows();
+  // Starts a freshness check without rebuilding the rows; false when there is nothing to check
+  // (the completion has then run).
+  bool beginFreshnessCheck(const ScanNodeRef& root,
+                           std::function<void(bool changed, bool checked)> completion);
   void setStatus(const QString& text);
   void scanProgressed(const std::string& path, uint64_t token, double fraction);
   void scanFinished(const std::string& path, uint64_t token, ScanNodeRef root,

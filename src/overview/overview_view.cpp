@@ -131,11 +131,17 @@ void OverviewView::rebuildRows() {
   for (std::size_t i = 0; same && i < rows.size(); ++i)
     same = rowWidgets_[i]->path() == rows[i].path && rowWidgets_[i]->isDiskRow() == rows[i].disk;
   if (same) {
-    for (std::size_t i = 0; i < rows.size(); ++i) rowWidgets_[i]->setRow(rows[i]);
+    // Only rows whose data changed are touched: restoring hundreds of folders rebuilds often.
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      if (shownRows_[i] == rows[i]) continue;
+      rowWidgets_[i]->setRow(rows[i]);
+      shownRows_[i] = rows[i];
+    }
     return;
   }
   for (OverviewRowWidget* widget : rowWidgets_) widget->deleteLater();
   rowWidgets_.clear();
+  shownRows_ = rows;
   for (const OverviewRow& row : rows) {
     OverviewRowWidget* widget = row.disk
                                     ? static_cast<OverviewRowWidget*>(new DiskRowWidget(row))

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "overview/overview_controller.h"
+
 class QLabel;
 class QMenu;
 class QMessageBox;
@@ -18,7 +20,6 @@ class QVBoxLayout;
 
 namespace tw {
 
-class OverviewController;
 class OverviewRowWidget;
 class AddDiskSheet;
 class UnlockDiskSheet;
@@ -65,6 +66,7 @@ class OverviewView : public QWidget {
   OverviewController* controller_;
   QVBoxLayout* rowsLayout_;
   std::vector<OverviewRowWidget*> rowWidgets_;
+  std::vector<OverviewRow> shownRows_;  // what each row widget shows
   QLabel* status_;
   QProgressBar* statusProgress_;
   QToolButton* statusCancel_;
