@@ -2,6 +2,7 @@
 #include "overview/overview_controller.h"
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 
 #include <QSettings>
 #include <filesystem>
@@ -143,6 +144,29 @@ TEST_F(OverviewControllerTest, FolderDeletedWhileScanningEndsTheScan) {
   EXPECT_EQ(recorder.ended.size(), 1u);
   EXPECT_EQ(c->runningScanCount(), 0u);
   EXPECT_FALSE(c->rowForPath(folder)->scanning);
+}
+
+TEST_F(OverviewControllerTest, DiskUnmountedWhileScanningEndsTheScan) {
+  if (!test::canMount())
+    GTEST_SKIP() << "mounting is not allowed here (needs root with CAP_SYS_ADMIN)";
+  const std::string mountPoint = env.tree.folder("stick");
+  test::MountGuard mounts;
+  ASSERT_TRUE(mounts.mount("tarnwell-test", mountPoint, "tmpfs", 0, "size=16m"));
+  for (int i = 0; i < 200; ++i) env.tree.file("stick/f" + std::to_string(i), 4096);
+  OverviewDisk disk{mountPoint, "stick", 16 << 20, 8 << 20, 8 << 20, false, true};
+  auto c = makeController(recorder, {disk}, [](const std::string&) { return true; });
+
+  recorder.holdWalks->store(true);
+  c->scanURL(mountPoint);
+  ASSERT_TRUE(c->isScanning(mountPoint));
+  ASSERT_EQ(::umount2(mountPoint.c_str(), MNT_DETACH), 0);
+  recorder.holdWalks->store(false);
+
+  ASSERT_TRUE(waitUntil([&] { return !recorder.ended.empty(); }));
+  EXPECT_EQ(recorder.ended.size(), 1u);
+  EXPECT_EQ(c->runningScanCount(), 0u);
+  EXPECT_FALSE(c->rowForPath(mountPoint)->scanning);
+  EXPECT_NE(c->statusText(), "1 scan running in background");
 }
 
 TEST_F(OverviewControllerTest, FreshnessCheckTrustsAnUnchangedFolderAndFlagsAnAddedFile) {
