@@ -2,6 +2,7 @@
 
 #include <QMetaObject>
 #include <QPointer>
+#include <QThreadPool>
 
 namespace tw {
 
@@ -11,6 +12,17 @@ Executor queuedExecutor(QObject* context) {
     QObject* object = target.data();
     if (!object) return;
     QMetaObject::invokeMethod(object, std::move(work), Qt::QueuedConnection);
+  };
+}
+
+Executor threadPoolExecutor() {
+  return [](std::function<void()> work) {
+    // After the application's statics are gone there is no pool: finish the work here.
+    if (QThreadPool* pool = QThreadPool::globalInstance()) {
+      pool->start(std::move(work));
+    } else {
+      work();
+    }
   };
 }
 

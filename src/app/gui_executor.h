@@ -1,6 +1,4 @@
-// Handing work back to the GUI thread: an Executor (scan/directory_scanner.h) that posts each
-// function to the event loop of `context`'s thread. A function still queued when `context` is
-// destroyed is dropped, never run.
+// Where work runs: Executors (scan/directory_scanner.h) for the GUI thread and for the pool.
 #pragma once
 
 #include <QObject>
@@ -9,6 +7,11 @@
 
 namespace tw {
 
+// Posts each function to the event loop of `context`'s thread. A function still queued when
+// `context` is destroyed is dropped, never run.
 Executor queuedExecutor(QObject* context);
+
+// Runs each function on Qt's global thread pool; inline once the pool is gone at exit.
+Executor threadPoolExecutor();
 
 }  // namespace tw

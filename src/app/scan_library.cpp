@@ -10,37 +10,20 @@
 #include <cstdio>
 #include <mutex>
 
+#include "app/gui_executor.h"
 #include "app/library_files.h"
 #include "app/library_preferences.h"
 #include "platform/paths.h"
 #include "store/scan_store.h"
+#include "ui/placeholder.h"
 
 namespace tw {
 
 namespace {
 
-// `format` with its first "%@" replaced by `value`.
-std::string fill(std::string_view format, std::string_view value) {
-  std::string text(format);
-  const std::size_t at = text.find("%@");
-  if (at != std::string::npos) text.replace(at, 2, value);
-  return text;
-}
-
 void logToStandardError(const std::string& line) {
   std::fprintf(stderr, "%s\n", line.c_str());
   std::fflush(stderr);
-}
-
-Executor threadPoolExecutor() {
-  return [](std::function<void()> work) {
-    // After the application's statics are gone there is no pool: finish the work here.
-    if (QThreadPool* pool = QThreadPool::globalInstance()) {
-      pool->start(std::move(work));
-    } else {
-      work();
-    }
-  };
 }
 
 // Two scan dates name the same scan when they lie less than a second apart.
@@ -214,7 +197,7 @@ void ScanLibrary::saveCachedScanForRoot(const ScanNodeRef& root, uint64_t genera
           order->applied = job->replaceTicket;
           job->outcome.cacheReplaced = true;
         } else {
-          log(fill(kReplaceCacheFailedLog, error.description));
+          log(fillPlaceholder(kReplaceCacheFailedLog, error.description));
         }
       }
     }
@@ -231,10 +214,10 @@ void ScanLibrary::saveCachedScanForRoot(const ScanNodeRef& root, uint64_t genera
     Error error;
     job->outcome.written = ScanStore::writeRootNode(root.get(), history, *calls, &error);
     if (!job->outcome.written) {
-      log(fill(kWriteScanFailedLog, error.description));
+      log(fillPlaceholder(kWriteScanFailedLog, error.description));
     } else {
       job->outcome.copied = library::copyFileDurably(history, pending, *calls, &error);
-      if (!job->outcome.copied) log(fill(kCopyScanFailedLog, error.description));
+      if (!job->outcome.copied) log(fillPlaceholder(kCopyScanFailedLog, error.description));
       job->store = ScanStore::open(history);
       if (job->store) {
         if (ScanNodeRef stored = job->store->rootNode())
@@ -332,8 +315,9 @@ void ScanLibrary::loadCachedScanAsynchronously(std::function<void(const RestoreO
       }
     }
     if (problem) {
-      outcome.alert = LibraryAlert{kUnreadableScanMessage,
-                                   fill(kUnreadableScanInformativeFormat, problem->description)};
+      outcome.alert =
+          LibraryAlert{kUnreadableScanMessage,
+                       fillPlaceholder(kUnreadableScanInformativeFormat, problem->description)};
     }
 
     main([weak, outcome = std::move(outcome), done = std::move(done)] {

@@ -10,25 +10,20 @@
 #include <cmath>
 #include <cstdio>
 
+#include "app/gui_executor.h"
 #include "app/preferences.h"
 #include "platform/disk_access.h"
 #include "platform/file_manager.h"
 #include "platform/natural_order.h"
 #include "platform/paths.h"
 #include "ui/byte_count.h"
+#include "ui/placeholder.h"
 
 namespace tw {
 
 namespace {
 
 constexpr double kProgressCap = 0.995;
-
-std::string fill(std::string_view format, std::string_view value) {
-  std::string text(format);
-  const std::size_t at = text.find("%@");
-  if (at != std::string::npos) text.replace(at, 2, value);
-  return text;
-}
 
 QString qs(const std::string& text) {
   return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size()));
@@ -42,7 +37,7 @@ double nowSeconds() {
 QString runningScansText(std::size_t count) {
   std::string text = kScansRunningFormat;
   text.replace(text.find("%lu"), 3, std::to_string(count));
-  return qs(fill(text, count == 1 ? "" : "s"));
+  return qs(fillPlaceholder(text, count == 1 ? "" : "s"));
 }
 
 // Preference lists, read and written through one settings object per call.
@@ -87,16 +82,6 @@ std::string withGrouping(double value) {
     grouped.push_back(whole[i]);
   }
   return grouped + text.substr(dot);
-}
-
-Executor threadPoolExecutor() {
-  return [](std::function<void()> work) {
-    if (QThreadPool* pool = QThreadPool::globalInstance()) {
-      pool->start(std::move(work));
-    } else {
-      work();
-    }
-  };
 }
 
 }  // namespace
@@ -591,7 +576,7 @@ void OverviewController::removeLocation(const std::string& location) {
   handlers_.removeScansForPath(path, [self, path](std::optional<Error> error) {
     if (!self) return;
     if (error) {
-      emit self->alertRequested(qs(fill(kUnableToRemoveFormat, self->displayName(path))),
+      emit self->alertRequested(qs(fillPlaceholder(kUnableToRemoveFormat, self->displayName(path))),
                                 QString::fromUtf8(kUnableToRemoveInformativeText));
       return;
     }
@@ -731,7 +716,7 @@ UnlockOutcome OverviewController::acceptDroppedVolume(const std::string& dropped
     std::string name = expected.empty() ? std::string() : std::string(displayNameForPath(expected));
     if (name.empty() || name == "/") name = "the selected disk";
     emit alertRequested(QString::fromUtf8(kDifferentDiskMessage),
-                        qs(fill(kDifferentDiskInformativeFormat, name)));
+                        qs(fillPlaceholder(kDifferentDiskInformativeFormat, name)));
     return UnlockOutcome::kDifferentDisk;
   }
   if (!hasAccess(expected)) {
