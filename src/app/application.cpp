@@ -159,6 +159,12 @@ void Application::installScreens() {
   session->setForgetCachedScanRootHandler(
       [overview](const ScanNodeRef& root) { overview->forgetCachedScanRoot(root); });
 
+  // Coming back to Tarnwell: disks may have been mounted, unmounted or made readable meanwhile.
+  connect(qApp, &QGuiApplication::applicationStateChanged, overview,
+          [overview](Qt::ApplicationState state) {
+            if (state == Qt::ApplicationActive) overview->reloadVolumes();
+          });
+
   auto* view = new OverviewView(overview);
   window_->setOverviewWidget(view);
   window_->setScanFolderHandler([view] { view->scanFolder(); });
