@@ -57,24 +57,6 @@ void writeFile(const std::string& path, std::size_t bytes, char fill = 'x') {
   test::writeFile(path, std::string(bytes, fill));
 }
 
-void writeFileAt(int dirfd, const char* name, std::size_t bytes) {
-  const int fd = openat(dirfd, name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  const std::string data(bytes, 'x');
-  ASSERT_EQ(write(fd, data.data(), data.size()), static_cast<ssize_t>(data.size())) << name;
-  close(fd);
-}
-
-// Everything a scan decided, in tree order, as one text.
-std::string serialize(const ScanResult& result) {
-  return "visited " + std::to_string(result.statistics.itemsVisited) + "\n" +
-         test::describeTree(result.root.get());
-}
-
-// `count` empty files named prefix0, prefix1… in a new folder.
-void makeEmptyFiles(const std::string& folder, const std::string& prefix, int count) {
-  for (int i = 0; i < count; ++i) writeFile(folder + "/" + prefix + std::to_string(i), 0);
-}
-
 void syncFileSystemOf(const std::string& path) {
   int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd >= 0) syncfs(fd), close(fd);
@@ -219,8 +201,10 @@ TEST(ScannerUnreadable, FolderRemovedOrSwappedForAFifoMidWalkFailsFastAsAnIssue)
     for (int threads : {1, 2}) {
       SCOPED_TRACE(std::string(fifo ? "FIFO" : "removed") + ", threads " + std::to_string(threads));
       TempTree tree;
-      makeEmptyFiles(tree.path("one"), "f", 600);
-      makeEmptyFiles(tree.path("two"), "g", 600);
+      for (int i = 0; i < 600; ++i) {
+        writeFile(tree.path("one/f" + std::to_string(i)), 0);
+        writeFile(tree.path("two/g" + std::to_string(i)), 0);
+      }
       const std::vector<std::string> order = test::listFolder(tree.root(), false);
       ASSERT_EQ(order.size(), 2u);
       const std::string second = tree.path(order[1]);
@@ -342,7 +326,9 @@ TEST(ScannerNames, PathLongerThanPathMaxIsWalkedToTheDeepestFile) {
     fd = next;
     expectedPath += "/" + name;
   }
-  writeFileAt(fd, "deepest.bin", 8192);
+  const int file = openat(fd, "deepest.bin", O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  ASSERT_EQ(write(file, std::string(8192, 'x').data(), 8192), 8192);
+  close(file);
   struct stat st {};
   ASSERT_EQ(fstatat(fd, "deepest.bin", &st, 0), 0);
   close(fd);
@@ -665,6 +651,10 @@ TEST(ScannerThreads, ResultsAreIdenticalWhateverTheThreadCount) {
     std::string problems;
     // The whole tree as a disk (clones charged once, small files grouped) and one folder of it.
     for (const std::string& root : {tree.root(), tree.path("f5")}) {
+      auto serialize = [](const ScanResult& result) {
+        return "visited " + std::to_string(result.statistics.itemsVisited) + "\n" +
+               test::describeTree(result.root.get());
+      };
       const std::string reference = serialize(scanWith(root, 1, layout));
       if (asNobody && reference.find("Permission denied") == std::string::npos)
         problems += root + ": the unreadable places made no issue\n";
