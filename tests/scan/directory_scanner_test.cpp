@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cmath>
 #include <condition_variable>
 #include <cstring>
@@ -22,13 +23,16 @@ using test::find;
 using test::scanTree;
 using test::TempTree;
 
-TEST(DirectoryScanner, FolderSizesAreTheAllocatedBytesOfEverythingBelow) {
+TEST(DirectoryScanner, FolderSizesAreTheAllocatedBytesOfEverythingBelowWithSmallOnesGrouped) {
   TempTree t;
   const auto a = t.file("a.bin", 10000);
   const auto b = t.file("sub/b.bin", 70000);
   const auto c = t.file("sub/deeper/c.bin", 1);
   t.file("sub/empty.txt", 0);
   t.folder("nothing");
+  for (int i = 0; i < 8; ++i) t.file("many/big" + std::to_string(i), 400000);
+  const auto tiny = t.file("many/tiny1", 10);
+  t.file("many/tiny2", 10);
   ScanResult r = scanTree(t.root());
   ASSERT_TRUE(r.root);
   ScanNode* root = r.root.get();
@@ -38,13 +42,21 @@ TEST(DirectoryScanner, FolderSizesAreTheAllocatedBytesOfEverythingBelow) {
   EXPECT_EQ(find(root, "sub/deeper/c.bin")->size(), allocatedSize(c));
   EXPECT_EQ(find(root, "nothing")->size(), 0u);
   EXPECT_EQ(find(root, "a.bin")->size(), allocatedSize(a));
-  EXPECT_EQ(root->size(), allocatedSize(a) + allocatedSize(b) + allocatedSize(c));
+  ScanNode* many = find(root, "many");
+  EXPECT_EQ(root->size(), allocatedSize(a) + allocatedSize(b) + allocatedSize(c) + many->size());
   // Largest first, then by name.
-  EXPECT_EQ(root->children()[0]->name(), "sub");
-  EXPECT_EQ(root->children().back()->name(), "nothing");
-  EXPECT_EQ(r.statistics.itemsVisited, 7u);
+  EXPECT_EQ(test::childNames(root), (test::Names{"many", "sub", "a.bin", "nothing"}));
+  EXPECT_EQ(r.statistics.itemsVisited, 18u);
   EXPECT_TRUE(root->scanIssues().empty());
   EXPECT_GT(root->scanDate(), 1.6e9);
+  // Below half a percent of a folder, children are grouped; the group keeps them.
+  ASSERT_EQ(many->children().size(), 9u);
+  ScanNode* group = many->children().back();
+  EXPECT_EQ(group->name(), kSmallerObjectsName);
+  EXPECT_TRUE(group->isAggregate());
+  EXPECT_EQ(group->path(), t.path("many"));
+  EXPECT_EQ(group->size(), allocatedSize(tiny) * 2);
+  EXPECT_EQ(find(group, "tiny2")->path(), t.path("many/tiny2"));
 }
 
 TEST(DirectoryScanner, ScannerCountsHardLinkedFileOnce) {
@@ -83,6 +95,14 @@ TEST(DirectoryScanner, ExcludedPathsAndNamePatternsAreLeftOut) {
   EXPECT_NE(find(r.root.get(), "keep/a.txt"), nullptr);
   EXPECT_EQ(r.root->size(), allocatedSize(t.path("keep/a.txt")));
 
+  // The snapshot that checks a saved scan's freshness leaves out the same items.
+  DirectoryScanner::Options options;
+  options.settings = [settings] { return settings; };
+  SourceSnapshot snapshot = DirectoryScanner::computeSourceSnapshot(t.root(), options);
+  EXPECT_EQ(snapshot.fingerprint, r.root->sourceFingerprint());
+  EXPECT_EQ(snapshot.itemCount, 4);  // keep, keep/a.txt, keep/x, home
+  EXPECT_EQ(r.root->sourceItemCount(), 4);
+
   // A pattern may also match the path relative to the root.
   settings = {};
   settings.excludedFilePatterns = {"keep/x"};
@@ -109,23 +129,6 @@ TEST(DirectoryScanner, PackagesAreLeftOutButArchivesAreScanned) {
   EXPECT_TRUE(app->isPackage());
   EXPECT_TRUE(app->isDirectory());
   EXPECT_NE(find(app, "Contents/MacOS/tool"), nullptr);
-}
-
-TEST(DirectoryScanner, SmallChildrenOfAFolderScanAreGroupedAtHalfAPercent) {
-  TempTree t;
-  for (int i = 0; i < 8; ++i) t.file("sub/big" + std::to_string(i), 400000);
-  t.file("sub/tiny1", 10);
-  t.file("sub/tiny2", 10);
-  ScanResult r = scanTree(t.root());
-  ScanNode* sub = find(r.root.get(), "sub");
-  ASSERT_NE(sub, nullptr);
-  ASSERT_EQ(sub->children().size(), 9u);
-  ScanNode* group = sub->children().back();
-  EXPECT_EQ(group->name(), kSmallerObjectsName);
-  EXPECT_TRUE(group->isAggregate());
-  EXPECT_EQ(group->path(), t.path("sub"));
-  EXPECT_EQ(group->size(), allocatedSize(t.path("sub/tiny1")) * 2);
-  EXPECT_EQ(find(group, "tiny2")->path(), t.path("sub/tiny2"));
 }
 
 // The fingerprint of one item computed the long way, from its description.
@@ -175,24 +178,6 @@ TEST(DirectoryScanner, FingerprintSumsItemsWithTheFixedStartValue) {
   EXPECT_NE(DirectoryScanner::computeSourceSnapshot(t.root(), {}).fingerprint, expected);
 }
 
-TEST(DirectoryScanner, SnapshotSkipsExcludedItemsLikeTheWalk) {
-  TempTree t;
-  t.file("a/x.log", 10);
-  t.file("a/y.txt", 10);
-  t.file("b/z.txt", 10);
-  DirectoryScanner::Options options;
-  ScanSettings settings;
-  settings.excludedPaths = {t.path("b")};
-  settings.excludedFilePatterns = {"*.LOG"};
-  options.settings = [settings] { return settings; };
-  SourceSnapshot snapshot = DirectoryScanner::computeSourceSnapshot(t.root(), options);
-  ScanResult r = scanTree(t.root(), nullptr, settings);
-  EXPECT_EQ(snapshot.itemCount, 2);  // a, a/y.txt
-  EXPECT_EQ(snapshot.fingerprint, r.root->sourceFingerprint());
-  EXPECT_EQ(r.root->sourceItemCount(), 2);
-  EXPECT_TRUE(DirectoryScanner::computeSourceSnapshot(t.path("missing"), {}).error.has_value());
-}
-
 TEST(DirectoryScanner, ProgressEvery512ItemsFollowsTheCurveAndEndsWithFixedSteps) {
   TempTree t;
   for (int i = 0; i < 1100; ++i) t.file("f/" + std::to_string(i), i % 3 ? 100 : 0);
@@ -223,62 +208,58 @@ TEST(DirectoryScanner, ProgressEvery512ItemsFollowsTheCurveAndEndsWithFixedSteps
   for (auto& s : seen) EXPECT_EQ(std::get<2>(s), -1.0);
 }
 
-TEST(DirectoryScanner, CancelledWalkDeliversNoTree) {
-  TempTree t;
-  for (int i = 0; i < 2000; ++i) t.file("f/" + std::to_string(i), 0);
-  std::mutex m;
-  std::condition_variable cv;
-  bool finished = false, cancelledFlag = false;
-  ScanNodeRef delivered;
-  DirectoryScanner scanner({});
-  scanner.scanURL(
-      t.root(), 0, [&](uint64_t, uint64_t, double) { scanner.cancel(); },
-      [&](ScanNodeRef root, std::optional<Error> error, bool cancelled) {
-        std::lock_guard lock(m);
-        delivered = root;
-        cancelledFlag = cancelled && !error;
-        finished = true;
-        cv.notify_all();
-      });
-  std::unique_lock lock(m);
-  ASSERT_TRUE(cv.wait_for(lock, std::chrono::seconds(30), [&] { return finished; }));
-  EXPECT_EQ(delivered, nullptr);
-  EXPECT_TRUE(cancelledFlag);
-  EXPECT_TRUE(scanner.isCancellationRequested());
-}
-
-TEST(DirectoryScanner, ScanRunsInTheBackgroundAndIgnoresASecondStart) {
+TEST(DirectoryScanner, ScanRunsInTheBackgroundIgnoresASecondStartAndWhenCancelledDeliversNoTree) {
   TempTree t;
   t.file("a", 5000);
   std::mutex m;
   std::condition_variable cv;
-  int completions = 0;
-  ScanNodeRef delivered;
   std::vector<std::function<void()>> posted;  // plays the GUI thread's queue
+  std::atomic<DirectoryScanner*> cancelOnProgress{nullptr};
   DirectoryScanner::Options options;
   options.callbackExecutor = [&](std::function<void()> f) {
+    if (DirectoryScanner* scanner = cancelOnProgress.load()) scanner->cancel();  // on the walk
     std::lock_guard lock(m);
     posted.push_back(std::move(f));
     cv.notify_all();
   };
   DirectoryScanner scanner(options);
-  auto completion = [&](ScanNodeRef root, std::optional<Error>, bool) {
+  int completions = 0;
+  ScanNodeRef delivered;
+  bool cancelledFlag = false;
+  auto completion = [&](ScanNodeRef root, std::optional<Error> error, bool cancelled) {
     ++completions;
     delivered = root;
+    cancelledFlag = cancelled && !error;
+  };
+  // Runs what the walk posts until its completion has run on "the GUI thread".
+  auto finish = [&] {
+    for (int seen = completions; completions == seen;) {
+      std::unique_lock lock(m);
+      ASSERT_TRUE(cv.wait_for(lock, std::chrono::seconds(30), [&] { return !posted.empty(); }));
+      auto next = std::move(posted.front());
+      posted.erase(posted.begin());
+      lock.unlock();
+      EXPECT_TRUE(scanner.isScanning());  // until the completion runs
+      next();
+    }
   };
   scanner.scanURL(t.root(), 0, nullptr, completion);
   scanner.scanURL(t.root(), 0, nullptr, completion);  // ignored: one is running
-  EXPECT_TRUE(scanner.isScanning());
-  {
-    std::unique_lock lock(m);
-    ASSERT_TRUE(cv.wait_for(lock, std::chrono::seconds(30), [&] { return !posted.empty(); }));
-  }
-  EXPECT_TRUE(scanner.isScanning());  // until the completion runs on "the GUI thread"
-  posted.front()();
+  finish();
   EXPECT_FALSE(scanner.isScanning());
   EXPECT_EQ(completions, 1);
   ASSERT_TRUE(delivered);
   EXPECT_EQ(delivered->size(), allocatedSize(t.path("a")));
+  EXPECT_FALSE(cancelledFlag);
+
+  for (int i = 0; i < 2000; ++i) t.file("f/" + std::to_string(i), 0);
+  cancelOnProgress = &scanner;
+  scanner.scanURL(
+      t.root(), 0, [](uint64_t, uint64_t, double) {}, completion);
+  finish();
+  EXPECT_EQ(delivered, nullptr);
+  EXPECT_TRUE(cancelledFlag);
+  EXPECT_TRUE(scanner.isCancellationRequested());
 }
 
 TEST(DirectoryScanner, MissingRootOrFileRootBecomesAnIssueOfTheRoot) {

@@ -34,39 +34,25 @@ ScanNodeRef sorted(std::string_view path, uint64_t size, std::string_view listin
   return root;
 }
 
-TEST(ScanNode, RootOfFileSystemIsNamedSlashAndKeepsItsPath) {
-  ScanNodeRef root = ScanNode::makeRoot("/", true);
-  EXPECT_EQ(root->name(), "/");
-  EXPECT_EQ(root->path(), "/");
-  ScanNodeRef folder = ScanNode::makeRoot("/home/u/", true);
-  EXPECT_EQ(folder->name(), "u");
-  EXPECT_TRUE(folder->isChildrenLoaded());
-  EXPECT_TRUE(folder->scanIssues().empty());
-  EXPECT_EQ(folder->size(), 0u);
-}
-
-TEST(ScanNode, PathIsRebuiltFromParentsSkippingSyntheticGroups) {
-  ScanNodeRef root = ScanNode::makeRoot("/data", true);
-  root->setName("Data Disk");  // a volume name does not change the root's own path
-  ScanNode* docs = test::addFolder(root.get(), "docs", 0);
-  ScanNode* group = addGroup(docs, kSmallerObjectsName, 0);
-  ScanNode* file = test::addFile(group, "bad\xff.txt", 0);
-  EXPECT_EQ(docs->path(), "/data/docs");
-  EXPECT_EQ(group->path(), "/data/docs");
-  EXPECT_EQ(file->path(), "/data/docs/bad\xff.txt");
+TEST(ScanNode, NamesAndPathsComeFromTheRootPathSkippingSyntheticGroups) {
   ScanNodeRef slash = ScanNode::makeRoot("/", true);
+  EXPECT_EQ(slash->name(), "/");
+  EXPECT_EQ(slash->path(), "/");
   EXPECT_EQ(test::addFolder(slash.get(), "usr", 0)->path(), "/usr");
-}
+  EXPECT_EQ(ScanNode::makeRoot("/home/u/", true)->name(), "u");
 
-TEST(ScanNode, HandleToAChildKeepsTheWholeTreeAlive) {
-  ScanNodeRef child;
+  ScanNodeRef handle;
   {
-    ScanNodeRef root = ScanNode::makeRoot("/r", true);
-    child = test::addFile(root.get(), "c", 0)->ref();
+    ScanNodeRef root = ScanNode::makeRoot("/data", true);
+    root->setName("Data Disk");  // a volume name does not change the root's own path
+    ScanNode* docs = test::addFolder(root.get(), "docs", 0);
+    ScanNode* group = addGroup(docs, kSmallerObjectsName, 0);
+    EXPECT_EQ(group->path(), "/data/docs");
+    handle = test::addFile(group, "bad\xff.txt", 0)->ref();
   }
-  ASSERT_NE(child->parent(), nullptr);
-  EXPECT_EQ(child->parent()->name(), "r");
-  EXPECT_EQ(child->path(), "/r/c");
+  // The handle keeps the whole tree alive.
+  EXPECT_EQ(handle->path(), "/data/docs/bad\xff.txt");
+  EXPECT_EQ(handle->parent()->parent()->name(), "docs");
 }
 
 TEST(ScanNode, ChildOrderPutsOrdinaryThenAggregateThenVirtualLargestFirstThenNaturalName) {
@@ -81,27 +67,26 @@ TEST(ScanNode, ChildOrderPutsOrdinaryThenAggregateThenVirtualLargestFirstThenNat
                    std::string(kHiddenSpaceName)}));
 }
 
-TEST(ScanNode, EightChildrenAreNeverGroupedAndNineNeedTwoSmallOnes) {
+TEST(ScanNode, SmallChildrenAreGroupedAtHalfAPercentOnlyWhenMoreThanEightAndNotEmpty) {
   EXPECT_EQ(sorted("/a", 1007, "a:1000 b:1 c:1 d:1 e:1 f:1 g:1 h:1")->children().size(), 8u);
-  // Threshold = 0.005 × 1,000,000 = 5,000: only "small" is at or below it.
-  ScanNodeRef nine =
-      sorted("/b", 1000000,
-             "a:100000 b:100000 c:100000 d:100000 e:100000 f:100000 g:100000 h:100000 "
-             "small:5000");
+  // Nine children but only one at or below 5,000 (0.5 % of 1,000,000): no group of one.
+  ScanNodeRef nine = sorted("/b", 1000000,
+                            "a:100000 b:100000 c:100000 d:100000 e:100000 f:100000 g:100000 "
+                            "h:100000 small:5000");
   EXPECT_EQ(nine->children().size(), 9u);
   for (ScanNode* c : nine->children()) EXPECT_FALSE(c->isAggregate());
-}
+  // Threshold 3: only the empty files are small, and a group of nothing is not made.
+  ScanNodeRef empty = sorted("/z", 700, "a:100 b:100 c:100 d:100 e:100 f:100 g:100 z1:0 z2:0");
+  EXPECT_EQ(childNames(empty.get()).back(), "z2");
+  for (ScanNode* c : empty->children()) EXPECT_EQ(c->parent(), empty.get());
 
-TEST(ScanNode, SmallChildrenOfAFolderAreGroupedAtHalfAPercent) {
+  // t4 (5001) is above the 5,000 threshold and stays; t1 (exactly 5,000), t2, t3 are grouped.
   ScanNodeRef root = sorted(
       "/r", 1000000, "a:200000 b:200000 c:200000 d:200000 e:180000 t1:5000 t2:4000 t3:1 t4:5001");
-  // t4 (5001) is above the 5,000 threshold and stays; t1 (exactly 5,000), t2, t3 are grouped.
-  auto names = childNames(root.get());
-  ASSERT_EQ(names.size(), 7u);
-  EXPECT_EQ(names.back(), kSmallerObjectsName);
+  ASSERT_EQ(root->children().size(), 7u);
   ScanNode* group = root->children().back();
-  EXPECT_TRUE(group->isAggregate());
-  EXPECT_TRUE(group->isDirectory());
+  EXPECT_EQ(group->name(), kSmallerObjectsName);
+  EXPECT_TRUE(group->isAggregate() && group->isDirectory());
   EXPECT_EQ(group->size(), 9001u);
   EXPECT_EQ(group->parent(), root.get());
   EXPECT_EQ(childNames(group), (Names{"t1", "t2", "t3"}));
@@ -109,15 +94,7 @@ TEST(ScanNode, SmallChildrenOfAFolderAreGroupedAtHalfAPercent) {
   EXPECT_EQ(group->children()[1]->path(), "/r/t2");
 }
 
-TEST(ScanNode, GroupOfZeroSizeChildrenIsNotAddedAndTheyStayInPlace) {
-  // Threshold 3: only the empty files are small.
-  ScanNodeRef root = sorted("/r", 700, "a:100 b:100 c:100 d:100 e:100 f:100 g:100 z1:0 z2:0");
-  EXPECT_EQ(root->children().size(), 9u);
-  EXPECT_EQ(childNames(root.get()).back(), "z2");
-  for (ScanNode* c : root->children()) EXPECT_EQ(c->parent(), root.get());
-}
-
-TEST(ScanNode, VolumeRootKeepsSystemFoldersAndClonesOutOfGroups) {
+TEST(ScanNode, VolumeRootGroupsAtTheSmallerThresholdKeepingSystemFoldersAndClones) {
   ScanNodeRef root = ScanNode::makeRoot("/", true);
   root->setVolumeRoot(true);
   addFiles(root.get(),
@@ -126,86 +103,70 @@ TEST(ScanNode, VolumeRootKeepsSystemFoldersAndClonesOutOfGroups) {
   test::child(root.get(), "clone")->setAPFSClone(true);
   root->setSize(10'000'090);  // threshold 0.0005 × size = 5,000
   ASSERT_TRUE(root->sortRecursively());
-  auto names = childNames(root.get());
-  EXPECT_EQ(names.size(), 8u);
-  EXPECT_EQ(names.back(), kSmallerObjectsName);
+  EXPECT_EQ(root->children().size(), 8u);
   EXPECT_EQ(childNames(root->children().back()), (Names{"x", "y"}));
+
+  const std::string big = "a:1000000 b:1000000 c:1000000 d:1000000 e:1000000 f:1000000 g:1000000 ";
+  // 0.05 % = 3,501: the 1000-byte files are grouped; 0.5 % of a folder = 35,400: 40 KB files stay.
+  EXPECT_EQ(sorted("/", 7'002'000, big + "m1:1000 m2:1000", true)->children().size(), 8u);
+  EXPECT_EQ(sorted("/f", 7'080'000, big + "m1:40000 m2:40000")->children().size(), 9u);
 }
 
-TEST(ScanNode, VolumeRootUsesTheSmallerThreshold) {
-  const char* big = "a:1000000 b:1000000 c:1000000 d:1000000 e:1000000 f:1000000 g:1000000 ";
-  // 0.05 % = 3,501: the 1000-byte files are grouped.
-  EXPECT_EQ(sorted("/", 7'002'000, std::string(big) + "m1:1000 m2:1000", true)->children().size(),
-            8u);
-  // 0.5 % = 35,400: the 40 KB files stay.
-  EXPECT_EQ(sorted("/f", 7'080'000, std::string(big) + "m1:40000 m2:40000")->children().size(), 9u);
-}
-
-TEST(ScanNode, AnExistingGroupMayGetASecondGroupOfTheSameName) {
+TEST(ScanNode, ExistingGroupIsRegroupedAndEmptyGroupsAreDropped) {
   ScanNodeRef root = ScanNode::makeRoot("/r", true);
   addFiles(root.get(), "a:100000 b:100000 c:100000 d:100000 e:100000 f:100000 g:100000 s:10");
   addGroup(root.get(), kSmallerObjectsName, 20);
   root->setSize(700030);
   ASSERT_TRUE(root->sortRecursively());
-  auto names = childNames(root.get());
-  ASSERT_EQ(names.size(), 8u);
-  EXPECT_EQ(names.back(), kSmallerObjectsName);
+  ASSERT_EQ(root->children().size(), 8u);
   // The new group holds the walk's group and "s".
   EXPECT_EQ(childNames(root->children().back()), (Names{"s", std::string(kSmallerObjectsName)}));
-}
 
-TEST(ScanNode, EmptyAggregatesAreDroppedBeforeSorting) {
-  ScanNodeRef root = ScanNode::makeRoot("/r", true);
-  ScanNode* empty = addGroup(root.get(), kSmallerObjectsName, 0);
-  addFiles(root.get(), "keep:0");
-  ASSERT_TRUE(root->sortRecursively());
-  EXPECT_EQ(childNames(root.get()), (Names{"keep"}));
-  std::vector<ScanNode*> list = {empty, root->children()[0]};
+  ScanNodeRef other = ScanNode::makeRoot("/o", true);
+  ScanNode* empty = addGroup(other.get(), kSmallerObjectsName, 0);
+  addFiles(other.get(), "keep:0");
+  ASSERT_TRUE(other->sortRecursively());
+  EXPECT_EQ(childNames(other.get()), (Names{"keep"}));
+  std::vector<ScanNode*> list = {empty, other->children()[0]};
   ScanNode::dropEmptyAggregates(list);
   EXPECT_EQ(list.size(), 1u);
 }
 
-TEST(ScanNode, CancelCheckStopsTheSort) {
+TEST(ScanNode, CancelCheckStopsTheSortAndDeepTreesSortWithoutExhaustingTheStack) {
   ScanNodeRef root = ScanNode::makeRoot("/r", true);
   addFiles(root.get(), "b:1 a:2");
   int asked = 0;
   EXPECT_FALSE(root->sortRecursively([&] { return ++asked > 1; }));
+  ScanNode* node = root.get();
+  for (int i = 0; i < 200000; ++i) node = test::addFolder(node, "d", 0);
   EXPECT_TRUE(root->sortRecursively([] { return false; }));
 }
 
-TEST(ScanNode, LazyLoaderRunsOnceAndANullResultReadsAsEmptyAndLoaded) {
+TEST(ScanNode, LazyLoaderRunsOnceAddChildForcesItAndSetChildrenDropsIt) {
   ScanNodeRef root = ScanNode::makeRoot("/r", true);
   int runs = 0;
   root->setLazyChildrenLoader([&](ScanNode& node) {
     ++runs;
-    return std::vector<ScanNode*>{node.createNode("loaded", false)};
+    return std::vector<ScanNode*>{node.createNode("old", false)};
   });
   EXPECT_FALSE(root->isChildrenLoaded());
-  ASSERT_EQ(root->children().size(), 1u);
-  EXPECT_EQ(root->children()[0]->parent(), root.get());
-  EXPECT_EQ(root->children()[0]->path(), "/r/loaded");
-  root->children();
-  EXPECT_EQ(runs, 1);
-  EXPECT_TRUE(root->isChildrenLoaded());
-
-  ScanNodeRef other = ScanNode::makeRoot("/o", true);
-  other->setLazyChildrenLoader([](ScanNode&) { return std::vector<ScanNode*>{}; });
-  EXPECT_TRUE(other->children().empty());
-  EXPECT_TRUE(other->isChildrenLoaded());
-}
-
-TEST(ScanNode, AddChildForcesAPendingLoadAndSetChildrenDropsTheLoader) {
-  ScanNodeRef root = ScanNode::makeRoot("/r", true);
-  root->setLazyChildrenLoader(
-      [](ScanNode& node) { return std::vector<ScanNode*>{node.createNode("old", false)}; });
   root->addChild(root->createNode("new", false));
   EXPECT_EQ(childNames(root.get()), (Names{"old", "new"}));
+  EXPECT_EQ(root->children()[0]->parent(), root.get());
+  EXPECT_EQ(root->children()[0]->path(), "/r/old");
+  EXPECT_EQ(runs, 1);
   root->setLazyChildrenLoader([](ScanNode&) -> std::vector<ScanNode*> {
     ADD_FAILURE();
     return {};
   });
   root->setChildren(std::vector<ScanNode*>{root->createNode("only", false), nullptr});
   EXPECT_EQ(childNames(root.get()), (Names{"only"}));
+
+  // A loader finding nothing leaves the node empty and loaded.
+  ScanNodeRef other = ScanNode::makeRoot("/o", true);
+  other->setLazyChildrenLoader([](ScanNode&) { return std::vector<ScanNode*>{}; });
+  EXPECT_TRUE(other->children().empty());
+  EXPECT_TRUE(other->isChildrenLoaded());
 }
 
 TEST(ScanNode, ConcurrentReadersRunTheLoaderOnce) {
@@ -222,13 +183,6 @@ TEST(ScanNode, ConcurrentReadersRunTheLoaderOnce) {
     threads.emplace_back([&] { EXPECT_EQ(root->children().size(), 100u); });
   for (auto& t : threads) t.join();
   EXPECT_EQ(runs.load(), 1);
-}
-
-TEST(ScanNode, DeepTreesSortWithoutExhaustingTheStack) {
-  ScanNodeRef root = ScanNode::makeRoot("/deep", true);
-  ScanNode* node = root.get();
-  for (int i = 0; i < 200000; ++i) node = test::addFolder(node, "d", 0);
-  EXPECT_TRUE(root->sortRecursively());
 }
 
 TEST(ScanNode, NodeRecordStaysSmall) {

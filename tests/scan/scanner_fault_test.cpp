@@ -20,7 +20,7 @@
 #include <filesystem>
 #include <set>
 
-#include "scan/dir_reader.h"
+#include "scan/directory_scanner.h"
 #include "support/scan_trees.h"
 #include "support/temp_tree.h"
 #include "support/test_volume_layout.h"
@@ -57,24 +57,6 @@ void writeFile(const std::string& path, std::size_t bytes, char fill = 'x') {
   test::writeFile(path, std::string(bytes, fill));
 }
 
-void writeFileAt(int dirfd, const char* name, std::size_t bytes) {
-  const int fd = openat(dirfd, name, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  const std::string data(bytes, 'x');
-  ASSERT_EQ(write(fd, data.data(), data.size()), static_cast<ssize_t>(data.size())) << name;
-  close(fd);
-}
-
-// Everything a scan decided, in tree order, as one text.
-std::string serialize(const ScanResult& result) {
-  return "visited " + std::to_string(result.statistics.itemsVisited) + "\n" +
-         test::describeTree(result.root.get());
-}
-
-// `count` empty files named prefix0, prefix1… in a new folder.
-void makeEmptyFiles(const std::string& folder, const std::string& prefix, int count) {
-  for (int i = 0; i < count; ++i) writeFile(folder + "/" + prefix + std::to_string(i), 0);
-}
-
 void syncFileSystemOf(const std::string& path) {
   int fd = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd >= 0) syncfs(fd), close(fd);
@@ -97,21 +79,18 @@ void removeBelow(int dirfd, const char* name) {
   unlinkat(dirfd, name, AT_REMOVEDIR);
 }
 
-// Two folders of 600 empty files each; returns their names in the order the walk meets them.
-std::vector<std::string> makeTwoWideFolders(TempTree& tree) {
-  makeEmptyFiles(tree.path("one"), "f", 600);
-  makeEmptyFiles(tree.path("two"), "g", 600);
-  return test::listFolder(tree.root(), false);
-}
-
 // --- Unreadable and vanishing items -----------------------------------------------------------
 
-TEST(ScannerUnreadable, PermissionDeniedFolderBecomesOneIssueAndSiblingsStillCount) {
+TEST(ScannerUnreadable, UnreadableFolderAndUnsearchableEntriesBecomeIssuesAndSiblingsStillCount) {
   TW_SKIP_UNLESS_ROOT();
   TempTree tree;
   tree.file("locked/secret.bin", 65536);
   tree.file("locked/inner/more.bin", 4096);
   chmod(tree.path("locked").c_str(), 0700);
+  // Readable but not searchable: the names can be listed, their metadata cannot be read.
+  tree.file("listonly/x.bin", 4096);
+  tree.file("listonly/y.bin", 4096);
+  chmod(tree.path("listonly").c_str(), 0744);
   const uint64_t expected =
       allocatedSize(tree.file("open/a.bin", 8192)) + allocatedSize(tree.file("b.bin", 12288));
 
@@ -122,73 +101,27 @@ TEST(ScannerUnreadable, PermissionDeniedFolderBecomesOneIssueAndSiblingsStillCou
       const std::string tag = "threads " + std::to_string(threads) + ": ";
       if (!result.root) return tag + "no tree";
       ScanNode* root = result.root.get();
-      const std::vector<ScanIssue> want = {{tree.path("locked"), "Permission denied"}};
-      if (root->scanIssues() != want)
-        problems += tag + "issues were\n" + issuesText(root->scanIssues());
+      std::multiset<std::pair<std::string, std::string>> issues;
+      for (const ScanIssue& issue : root->scanIssues()) issues.insert({issue.path, issue.message});
+      const std::multiset<std::pair<std::string, std::string>> want = {
+          {tree.path("locked"), "Permission denied"},
+          {tree.path("listonly/x.bin"), "Permission denied"},
+          {tree.path("listonly/y.bin"), "Permission denied"}};
+      if (issues != want) problems += tag + "issues were\n" + issuesText(root->scanIssues());
       if (root->size() != expected)
         problems += tag + "root size " + std::to_string(root->size()) + " instead of " +
                     std::to_string(expected) + "\n";
-      ScanNode* locked = child(root, "locked");
-      if (!locked || locked->size() != 0 || !locked->children().empty())
-        problems += tag + "the locked folder is not an empty node\n";
+      for (const char* name : {"locked", "listonly"}) {
+        ScanNode* folder = child(root, name);
+        if (!folder || folder->size() != 0 || !folder->children().empty())
+          problems += tag + name + " is not an empty node\n";
+      }
       if (!test::find(root, "open/a.bin") || !child(root, "b.bin"))
         problems += tag + "a sibling is missing\n";
     }
     return problems;
   });
   EXPECT_EQ(report, "");
-}
-
-TEST(ScannerUnreadable, EntriesOfAnUnsearchableFolderEachBecomeAnIssue) {
-  TW_SKIP_UNLESS_ROOT();
-  // Readable but not searchable: the names can be listed, their metadata cannot be read.
-  TempTree tree;
-  tree.file("listonly/x.bin", 4096);
-  tree.file("listonly/y.bin", 4096);
-  chmod(tree.path("listonly").c_str(), 0744);
-  const uint64_t expected = allocatedSize(tree.file("ok.bin", 4096));
-
-  const std::string report = test::runUnprivilegedReporting([&]() -> std::string {
-    ScanResult result = scanWith(tree.root(), 2);
-    if (!result.root) return "no tree";
-    std::set<std::pair<std::string, std::string>> issues,
-        want = {{tree.path("listonly/x.bin"), "Permission denied"},
-                {tree.path("listonly/y.bin"), "Permission denied"}};
-    for (const ScanIssue& issue : result.root->scanIssues())
-      issues.insert({issue.path, issue.message});
-    std::string problems;
-    if (issues != want || result.root->scanIssues().size() != 2)
-      problems += "issues were\n" + issuesText(result.root->scanIssues());
-    ScanNode* folder = child(result.root.get(), "listonly");
-    if (!folder || !folder->children().empty()) problems += "unreadable entries got nodes\n";
-    if (result.root->size() != expected) problems += "root size differs\n";
-    return problems;
-  });
-  EXPECT_EQ(report, "");
-}
-
-TEST(ScannerUnreadable, FolderRemovedBeforeTheWalkReachesItBecomesAnIssue) {
-  TempTree tree;
-  const std::vector<std::string> order = makeTwoWideFolders(tree);
-  ASSERT_EQ(order.size(), 2u);
-  const std::string first = order[0], second = order[1];
-
-  // One thread: nothing reads ahead, so the second folder is opened only after the swap.
-  bool removed = false;
-  ProgressHandler progress = [&](uint64_t, uint64_t, double) {
-    if (removed) return;
-    removed = true;
-    std::filesystem::remove_all(tree.path(second));
-  };
-  Watchdog watchdog("walk over a vanishing folder", 20);
-  ScanResult result = scanWith(tree.root(), 1, nullptr, progress);
-  ASSERT_TRUE(removed);
-  ASSERT_TRUE(result.root);
-  const std::vector<ScanIssue> want = {{tree.path(second), "No such file or directory"}};
-  EXPECT_EQ(result.root->scanIssues(), want);
-  ScanNode* walked = child(result.root.get(), first);
-  ASSERT_NE(walked, nullptr);
-  EXPECT_EQ(realNodes(walked).size(), 601u);
 }
 
 TEST(ScannerUnreadable, FilesComingAndGoingDuringTheWalkNeverBreakIt) {
@@ -263,67 +196,59 @@ TEST(ScannerSpecialFiles, FifoAndSocketCountAsItemsOfSizeZero) {
   close(s);
 }
 
-TEST(ScannerSpecialFiles, FolderSwappedForAFifoMidWalkFailsFastAsAnIssue) {
-  for (int threads : {1, 2}) {
-    TempTree tree;
-    const std::vector<std::string> order = makeTwoWideFolders(tree);
-    ASSERT_EQ(order.size(), 2u);
-    const std::string second = order[1];
-
-    bool swapped = false;
-    ProgressHandler progress = [&](uint64_t, uint64_t, double) {
-      if (swapped) return;
-      swapped = true;
-      std::filesystem::remove_all(tree.path(second));
-      mkfifo(tree.path(second).c_str(), 0644);
-    };
-    Watchdog watchdog("walk meeting a FIFO in place of a folder", 20);
-    ScanResult result = scanWith(tree.root(), threads, nullptr, progress);
-    ASSERT_TRUE(swapped);
-    ASSERT_TRUE(result.root);
-    if (threads == 1) {
-      // Nothing read the folder ahead of the swap, so the walk meets the FIFO.
-      const std::vector<ScanIssue> want = {{tree.path(second), "Not a directory"}};
-      EXPECT_EQ(result.root->scanIssues(), want);
-    } else {
-      // A reading thread may have listed the folder before the swap, and then its files vanish
-      // under it; either way nothing blocks and the issues are about that folder.
-      for (const ScanIssue& issue : result.root->scanIssues()) {
-        EXPECT_EQ(issue.path.rfind(tree.path(second), 0), 0u) << issue.path;
-        EXPECT_TRUE(issue.message == "Not a directory" ||
-                    issue.message == "No such file or directory")
-            << issue.message;
+TEST(ScannerUnreadable, FolderRemovedOrSwappedForAFifoMidWalkFailsFastAsAnIssue) {
+  for (const bool fifo : {false, true}) {
+    for (int threads : {1, 2}) {
+      SCOPED_TRACE(std::string(fifo ? "FIFO" : "removed") + ", threads " + std::to_string(threads));
+      TempTree tree;
+      for (int i = 0; i < 600; ++i) {
+        writeFile(tree.path("one/f" + std::to_string(i)), 0);
+        writeFile(tree.path("two/g" + std::to_string(i)), 0);
+      }
+      const std::vector<std::string> order = test::listFolder(tree.root(), false);
+      ASSERT_EQ(order.size(), 2u);
+      const std::string second = tree.path(order[1]);
+      bool swapped = false;
+      ProgressHandler progress = [&](uint64_t, uint64_t, double) {
+        if (swapped) return;
+        swapped = true;
+        std::filesystem::remove_all(second);
+        if (fifo) mkfifo(second.c_str(), 0644);
+      };
+      Watchdog watchdog("walk over a vanishing folder", 20);
+      ScanResult result = scanWith(tree.root(), threads, nullptr, progress);
+      ASSERT_TRUE(swapped);
+      ASSERT_TRUE(result.root);
+      if (threads == 1) {
+        // Nothing read the second folder ahead of the swap, so the walk meets what replaced it.
+        const std::vector<ScanIssue> want = {
+            {second, fifo ? "Not a directory" : "No such file or directory"}};
+        EXPECT_EQ(result.root->scanIssues(), want);
+        ScanNode* walked = child(result.root.get(), order[0]);
+        ASSERT_NE(walked, nullptr);
+        EXPECT_EQ(realNodes(walked).size(), 601u);
+      } else {
+        // A reading thread may have listed the folder before the swap, and then its files vanish
+        // under it; either way nothing blocks and the issues are about that folder.
+        for (const ScanIssue& issue : result.root->scanIssues()) {
+          EXPECT_EQ(issue.path.rfind(second, 0), 0u) << issue.path;
+          EXPECT_TRUE(issue.message == "Not a directory" ||
+                      issue.message == "No such file or directory")
+              << issue.message;
+        }
       }
     }
   }
 }
 
-TEST(ScannerSpecialFiles, ReadingAFifoAsAFolderFailsAtOnce) {
+TEST(ScannerSpecialFiles, FifoAsTheRootFailsAtOnceWhateverTheThreadCount) {
   TempTree tree;
   const std::string fifo = tree.fifo("pipe");
   Watchdog watchdog("reading a FIFO as a folder", 10);
-
-  DirListing byPath;
-  readDirectory(nullptr, fifo, ReadOptions{}, byPath);
-  EXPECT_EQ(byPath.error, ENOTDIR);
-  EXPECT_TRUE(byPath.entries.empty());
-
-  auto parent = std::make_shared<FileDescriptor>(open(tree.root().c_str(), O_RDONLY | O_DIRECTORY));
-  DirListing byName;
-  readDirectory(parent.get(), "pipe", ReadOptions{}, byName);
-  EXPECT_EQ(byName.error, ENOTDIR);
-
-  struct NoRules final : EntryClassifier {
-    void classify(const std::string&, DirListing& listing) const override {
-      listing.dispositions.assign(listing.entries.size(), EntryDisposition::Item);
-    }
-  } classifier;
-  for (int threads : {0, 2}) {
-    ListingPrefetcher prefetcher(threads, ReadOptions{}, classifier);
-    std::vector<ListingPrefetcher::Ticket> children;
-    std::unique_ptr<DirListing> listing = prefetcher.take(prefetcher.root(fifo), children);
-    ASSERT_TRUE(listing);
-    EXPECT_EQ(listing->error, ENOTDIR);
+  for (int threads : {1, 2}) {
+    ScanResult result = scanWith(fifo, threads);
+    ASSERT_TRUE(result.root);
+    EXPECT_EQ(result.root->scanIssues(), (std::vector<ScanIssue>{{fifo, "Not a directory"}}));
   }
 }
 
@@ -401,7 +326,9 @@ TEST(ScannerNames, PathLongerThanPathMaxIsWalkedToTheDeepestFile) {
     fd = next;
     expectedPath += "/" + name;
   }
-  writeFileAt(fd, "deepest.bin", 8192);
+  const int file = openat(fd, "deepest.bin", O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+  ASSERT_EQ(write(file, std::string(8192, 'x').data(), 8192), 8192);
+  close(file);
   struct stat st {};
   ASSERT_EQ(fstatat(fd, "deepest.bin", &st, 0), 0);
   close(fd);
@@ -638,17 +565,18 @@ TEST_F(XfsReflinkTest, LinuxLayoutReportsReflinkedCopiesAsOneCloneFamily) {
   EXPECT_GE(copy->privateSize, 64u << 10);  // XFS may hold copy-on-write blocks in reserve
 }
 
-TEST_F(XfsReflinkTest, FolderScanKeepsBothCopiesAtFullSizeMarkedAsClones) {
+TEST_F(XfsReflinkTest, FolderScanKeepsBothCopiesAtFullSizeAndDiskScanChargesTheFamilyOnce) {
   ScanResult result = scanWith(dir_, 2, makeLinuxVolumeLayout());
   ASSERT_TRUE(result.root);
   EXPECT_FALSE(result.root->isVolumeRoot());
+  const uint64_t full = allocatedSize(dir_ + "/original.bin");
   for (const char* name : {"original.bin", "copy.bin"}) {
     ScanNode* node = child(result.root.get(), name);
     ASSERT_NE(node, nullptr) << name;
     EXPECT_TRUE(node->isAPFSClone()) << name;
     EXPECT_FALSE(node->isCloneAllocationElsewhere()) << name;
-    EXPECT_EQ(node->size(), allocatedSize(dir_ + "/" + name)) << name;
-    EXPECT_EQ(node->cloneSharedSize(), node->size()) << name;
+    EXPECT_EQ(node->size(), full) << name;
+    EXPECT_EQ(node->cloneSharedSize(), full) << name;
   }
   for (const char* name : {"small.bin", "small-copy.bin", "alone.bin"}) {
     ScanNode* node = child(result.root.get(), name);
@@ -656,15 +584,12 @@ TEST_F(XfsReflinkTest, FolderScanKeepsBothCopiesAtFullSizeMarkedAsClones) {
     EXPECT_FALSE(node->isAPFSClone()) << name;
     EXPECT_EQ(node->cloneSharedSize(), 0u) << name;
   }
-}
 
-TEST_F(XfsReflinkTest, VolumeRootScanChargesTheFamilyOnce) {
-  ScanResult result = scanWith(mountPoint_, 2, makeLinuxVolumeLayout());
+  result = scanWith(mountPoint_, 2, makeLinuxVolumeLayout());
   ASSERT_TRUE(result.root);
   EXPECT_TRUE(result.root->isVolumeRoot());
   ScanNode* dir = child(result.root.get(), "dir");
   ASSERT_NE(dir, nullptr);
-  const uint64_t full = allocatedSize(dir_ + "/original.bin");
   std::vector<ScanNode*> charged, elsewhere;
   for (const char* name : {"original.bin", "copy.bin"}) {
     ScanNode* node = child(dir, name);
@@ -726,6 +651,10 @@ TEST(ScannerThreads, ResultsAreIdenticalWhateverTheThreadCount) {
     std::string problems;
     // The whole tree as a disk (clones charged once, small files grouped) and one folder of it.
     for (const std::string& root : {tree.root(), tree.path("f5")}) {
+      auto serialize = [](const ScanResult& result) {
+        return "visited " + std::to_string(result.statistics.itemsVisited) + "\n" +
+               test::describeTree(result.root.get());
+      };
       const std::string reference = serialize(scanWith(root, 1, layout));
       if (asNobody && reference.find("Permission denied") == std::string::npos)
         problems += root + ": the unreadable places made no issue\n";

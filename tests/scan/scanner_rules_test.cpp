@@ -32,22 +32,6 @@ class SystemDisk : public ::testing::Test {
   std::shared_ptr<TestVolumeLayout> layout;
 };
 
-TEST_F(SystemDisk, RootTakesTheVolumeNameAndFiguresButNoFingerprint) {
-  t.file("a", 1000);
-  layout->volume.totalCapacity = 0;
-  layout->volume.availableCapacity = 5;
-  layout->volume.availableForImportantUsage = 3;  // raised to the available capacity
-  ScanResult r = scan();
-  ASSERT_TRUE(r.root);
-  EXPECT_TRUE(r.root->isVolumeRoot());
-  EXPECT_EQ(r.root->name(), "Test Disk");
-  EXPECT_EQ(r.root->path(), t.root());
-  EXPECT_EQ(r.root->volumeFreeSpace(), 5u);
-  EXPECT_EQ(r.root->volumeAvailableSpace(), 5u);
-  EXPECT_EQ(r.root->sourceFingerprint(), 0u);
-  EXPECT_EQ(r.root->sourceItemCount(), 0);
-}
-
 TEST_F(SystemDisk, SmallFilesAreGroupedPerFolderButDSStoreAndLargeFilesStay) {
   t.file("Users/u/a.txt", 1000);
   t.file("Users/u/b.txt", 1000);
@@ -69,12 +53,21 @@ TEST_F(SystemDisk, SmallFilesAreGroupedPerFolderButDSStoreAndLargeFilesStay) {
   EXPECT_EQ(r.statistics.itemsVisited, 8u);  // Users, u and six files, the empty one included
 }
 
-TEST_F(SystemDisk, HiddenSpaceFillsTheUsedSpaceNoFileAccountsFor) {
+TEST_F(SystemDisk, RootTakesTheVolumeFiguresAndHiddenSpaceFillsTheUsedSpaceNoFileAccountsFor) {
   t.file("data.bin", 3 * kMB);
   const uint64_t counted = allocatedSize(t.path("data.bin"));
   layout->volume.totalCapacity = 500 * kMB;
   layout->volume.availableCapacity = 100 * kMB;
+  layout->volume.availableForImportantUsage = 3;  // raised to the available capacity
   ScanResult r = scan();
+  ASSERT_TRUE(r.root);
+  EXPECT_TRUE(r.root->isVolumeRoot());
+  EXPECT_EQ(r.root->name(), "Test Disk");
+  EXPECT_EQ(r.root->path(), t.root());
+  EXPECT_EQ(r.root->volumeFreeSpace(), 100 * kMB);
+  EXPECT_EQ(r.root->volumeAvailableSpace(), 100 * kMB);
+  EXPECT_EQ(r.root->sourceFingerprint(), 0u);
+  EXPECT_EQ(r.root->sourceItemCount(), 0);
   ScanNode* hidden = child(r.root.get(), kHiddenSpaceName);
   ASSERT_NE(hidden, nullptr);
   EXPECT_TRUE(hidden->isVirtualNode());
@@ -91,15 +84,20 @@ TEST_F(SystemDisk, HiddenSpaceFillsTheUsedSpaceNoFileAccountsFor) {
   EXPECT_EQ(r.root->size(), 1 * kMB);
 }
 
-TEST_F(SystemDisk, CloneFamilyIsChargedOnceAndPreferablyInsideApplications) {
+TEST_F(SystemDisk, CloneFamilyIsChargedOnceOnADiskPreferablyInsideApplicationsNeverGrouped) {
   const auto app = t.file("Applications/Tool/tool.bin", 6 * kMB);
   const auto twin = t.file("Downloads/copy.bin", 6 * kMB);
   const auto a = t.file("Work/a/first.bin", 6 * kMB);
   const auto b = t.file("Work/b/second.bin", 6 * kMB);
+  const auto small = t.file("Work/small.bin", 1000);
+  const auto u1 = t.file("Users/a.bin", 1000);
   layout->makeClone(app, 11);
   layout->makeClone(twin, 11);
   layout->makeClone(a, 22);
   layout->makeClone(b, 22);
+  layout->makeClone(small, 6, 1);  // reference count 1 without the shares-all flag: no clone
+  layout->makeClone(u1, 9);
+  layout->makeClone(t.file("Users/b.bin", 1000), 9);
   ScanResult r = scan();
   ScanNode* inApps = find(r.root.get(), "Applications/Tool/tool.bin");
   ScanNode* outside = find(r.root.get(), "Downloads/copy.bin");
@@ -119,19 +117,17 @@ TEST_F(SystemDisk, CloneFamilyIsChargedOnceAndPreferablyInsideApplications) {
   EXPECT_NE(first->isCloneAllocationElsewhere(), second->isCloneAllocationElsewhere());
   EXPECT_EQ(first->cloneSharedSize(), allocatedSize(a));
   EXPECT_EQ(second->cloneSharedSize(), allocatedSize(b));
-}
+  // Small clones stay out of "smaller objects…": one charged, one elsewhere with size 0.
+  ScanNode* users = find(r.root.get(), "Users");
+  EXPECT_EQ(child(users, kSmallerObjectsName), nullptr);
+  EXPECT_EQ(users->children().size(), 2u);
+  EXPECT_EQ(users->size(), allocatedSize(u1));
 
-TEST_F(SystemDisk, FolderScanKeepsEveryCloneAtFullSize) {
-  const auto a = t.file("Work/a.bin", 6 * kMB);
-  const auto b = t.file("Work/b.bin", 6 * kMB);
-  const auto small = t.file("Work/small.bin", 1000);
-  layout->makeClone(a, 5);
-  layout->makeClone(b, 5);
-  layout->makeClone(small, 6, 1);  // reference count 1 without the shares-all flag: no clone
-  ScanResult r = scanTree(t.path("Work"), layout);
+  // A folder scan keeps every clone at full size.
+  r = scanTree(t.path("Work"), layout);
   ASSERT_FALSE(r.root->isVolumeRoot());
-  for (const char* name : {"a.bin", "b.bin"}) {
-    ScanNode* n = child(r.root.get(), name);
+  for (const char* path : {"a/first.bin", "b/second.bin"}) {
+    ScanNode* n = find(r.root.get(), path);
     ASSERT_NE(n, nullptr);
     EXPECT_TRUE(n->isAPFSClone());
     EXPECT_FALSE(n->isCloneAllocationElsewhere());
@@ -139,18 +135,6 @@ TEST_F(SystemDisk, FolderScanKeepsEveryCloneAtFullSize) {
     EXPECT_EQ(n->cloneSharedSize(), n->size());
   }
   EXPECT_FALSE(child(r.root.get(), "small.bin")->isAPFSClone());
-}
-
-TEST_F(SystemDisk, ClonesAreNeverPutIntoSmallFileGroups) {
-  const auto a = t.file("Users/a.bin", 1000);
-  const auto b = t.file("Users/b.bin", 1000);
-  layout->makeClone(a, 9);
-  layout->makeClone(b, 9);
-  ScanResult r = scan();
-  ScanNode* users = find(r.root.get(), "Users");
-  EXPECT_EQ(child(users, kSmallerObjectsName), nullptr);
-  EXPECT_EQ(users->children().size(), 2u);  // one charged, one charged elsewhere with size 0
-  EXPECT_EQ(users->size(), allocatedSize(a));
 }
 
 TEST_F(SystemDisk, FirmlinkedDataVolumeAndOtherDisksAreLeftOut) {

@@ -28,18 +28,15 @@ class ArchiveMigrationTest : public ::testing::Test {
   std::string database = tree.path("LastScan.sqlite");
 };
 
-TEST_F(ArchiveMigrationTest, MissingArchiveFailsWithTheReadError) {
+TEST_F(ArchiveMigrationTest, MissingOrForeignArchiveFailsWithItsErrorAndWritesNothing) {
   Error error;
   EXPECT_FALSE(ScanStore::migrateArchive(archive, database, &error));
   EXPECT_EQ(error, posixError(ENOENT));
   EXPECT_TRUE(test::listFolder(tree.root()).empty());
-}
 
-TEST_F(ArchiveMigrationTest, FileThatIsNotAnArchiveFailsWithTheDecodersErrorAndWritesNothing) {
   test::writeFile(archive, "not a keyed archive of a scan node");
   ASSERT_TRUE(ScanStore::writeRootNode(test::makeSampleTree().get(), database));
   const std::string before = test::readFile(database);
-  Error error;
   EXPECT_FALSE(ScanStore::migrateArchive(archive, database, &error));
   EXPECT_EQ(error.domain, kArchiveErrorDomain);
   EXPECT_FALSE(error.description.empty());

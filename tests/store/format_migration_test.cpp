@@ -102,10 +102,10 @@ class FormatTest : public ::testing::Test {
   std::string file = tree.path("scan.sqlite");
 };
 
-TEST_F(FormatTest, WrittenFileCarriesVersionMarksMetadataAndIndexes) {
-  ScanNodeRef root = test::makeSampleTree();
+TEST_F(FormatTest, WrittenFileCarriesVersionMetadataIndexesAndRowsInPreOrder) {
   Error error;
-  ASSERT_TRUE(ScanStore::writeRootNode(root.get(), file, &error)) << error.description;
+  ASSERT_TRUE(ScanStore::writeRootNode(test::makeSampleTree().get(), file, &error))
+      << error.description;
   Sql sql(file);
   EXPECT_EQ(sql.integer("PRAGMA user_version"), 3);
   EXPECT_EQ(
@@ -119,21 +119,9 @@ TEST_F(FormatTest, WrittenFileCarriesVersionMarksMetadataAndIndexes) {
   EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM sqlite_master WHERE type='index' AND name LIKE "
                         "'items_%_idx'"),
             6);
-
-  auto metadata = ScanStore::metadataAt(file);
-  ASSERT_TRUE(metadata);
-  EXPECT_EQ(metadata->schemaVersion, 3);
-  EXPECT_EQ(metadata->sourceFingerprint, 0xfedcba9876543210ull);
-  EXPECT_EQ(metadata->locationPath, "/data");
-  EXPECT_EQ(metadata->scanDate, 1700000000.0);
-  EXPECT_EQ(metadata->logicalSize, 1000u);
-}
-
-TEST_F(FormatTest, RowsFollowTheTreeInPreOrderWithSyntheticEntriesOnTheirFoldersPath) {
-  ScanNodeRef root = test::makeSampleTree();
-  ASSERT_TRUE(ScanStore::writeRootNode(root.get(), file));
-  EXPECT_EQ(Sql(file).text("SELECT group_concat(r, '\n') FROM (SELECT name||'|'||path||'|'||"
-                           "COALESCE(parent_id,'-')||'|'||extension AS r FROM items ORDER BY id)"),
+  // Synthetic entries carry their folder's path.
+  EXPECT_EQ(sql.text("SELECT group_concat(r, '\n') FROM (SELECT name||'|'||path||'|'||"
+                     "COALESCE(parent_id,'-')||'|'||extension AS r FROM items ORDER BY id)"),
             "data|/data|-|\n"
             "docs|/data/docs|1|\n"
             "Annual REPORT.pdf|/data/docs/Annual REPORT.pdf|2|pdf\n"
@@ -145,6 +133,14 @@ TEST_F(FormatTest, RowsFollowTheTreeInPreOrderWithSyntheticEntriesOnTheirFolders
             "tiny.c|/data/tiny.c|8|c\n"
             "Tiny.h|/data/Tiny.h|8|h\n"
             "hidden space\u2026|/data|1|");
+
+  auto metadata = ScanStore::metadataAt(file);
+  ASSERT_TRUE(metadata);
+  EXPECT_EQ(metadata->schemaVersion, 3);
+  EXPECT_EQ(metadata->sourceFingerprint, 0xfedcba9876543210ull);
+  EXPECT_EQ(metadata->locationPath, "/data");
+  EXPECT_EQ(metadata->scanDate, 1700000000.0);
+  EXPECT_EQ(metadata->logicalSize, 1000u);
 }
 
 TEST_F(FormatTest, MissingScanDateAndItemCountAreFilledInWhenWriting) {
@@ -211,42 +207,34 @@ TEST_F(FormatTest, WriterClassifiesCleanupKindsInRuleOrderWithLinuxLocations) {
   EXPECT_EQ(sql.text("SELECT extension FROM items WHERE name='folder.zip'"), "");
 }
 
-TEST_F(FormatTest, Version1FileWithoutUserVersionIsUpgradedToVersion3) {
-  writeLegacyFile(file, 1, 0, legacyRows());
-  Error error;
-  auto store = ScanStore::open(file, &error);
-  ASSERT_TRUE(store) << error.description;
-  EXPECT_EQ(store->rootNodeID(), 1);
-  ScanNodeRef root = store->rootNode();
-  ASSERT_TRUE(root);
-  EXPECT_EQ(root->children().size(), 15u);
-  store.reset();
-  root.reset();
-
-  Sql sql(file);
-  EXPECT_EQ(sql.integer("PRAGMA user_version"), 3);
-  EXPECT_EQ(sql.integer("SELECT schema_version FROM scan_metadata"), 3);
-  EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM items WHERE is_deleted=0"), 16);
-  EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM scan_issues"), 0);
-  EXPECT_EQ(cleanupKinds(file), kExpectedMigratedKinds);
-}
-
-TEST_F(FormatTest, Version2FileGetsCleanupKindsFromTheUpgradeScriptOnly) {
+TEST_F(FormatTest, Version1And2FilesAreUpgradedOnceToVersion3WithTheUpgradesCleanupKinds) {
   // The upgrade keeps its own rules: Linux cache and temporary folders stay unclassified there.
-  writeLegacyFile(file, 2, 2, legacyRows());
-  ASSERT_TRUE(ScanStore::open(file));
-  EXPECT_EQ(cleanupKinds(file), kExpectedMigratedKinds);
-  Sql sql(file);
-  EXPECT_EQ(sql.integer("PRAGMA user_version"), 3);
-  EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM sqlite_master WHERE name='items_cleanup_idx'"), 1);
-}
-
-TEST_F(FormatTest, UpgradedFileIsUpgradedOnce) {
-  writeLegacyFile(file, 1, 1, legacyRows());
-  ASSERT_TRUE(ScanStore::open(file));
-  const std::string once = test::readFile(file);
-  ASSERT_TRUE(ScanStore::open(file));
-  EXPECT_EQ(test::readFile(file), once);
+  for (auto [schemaVersion, userVersion] : {std::pair{1, 0}, {1, 1}, {2, 2}}) {
+    SCOPED_TRACE("schema " + std::to_string(schemaVersion) + ", user version " +
+                 std::to_string(userVersion));
+    unlink(file.c_str());
+    writeLegacyFile(file, schemaVersion, userVersion, legacyRows());
+    Error error;
+    auto store = ScanStore::open(file, &error);
+    ASSERT_TRUE(store) << error.description;
+    EXPECT_EQ(store->rootNodeID(), 1);
+    ASSERT_TRUE(store->rootNode());
+    EXPECT_EQ(store->rootNode()->children().size(), 15u);
+    store.reset();
+    {
+      Sql sql(file);
+      EXPECT_EQ(sql.integer("PRAGMA user_version"), 3);
+      EXPECT_EQ(sql.integer("SELECT schema_version FROM scan_metadata"), 3);
+      EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM items WHERE is_deleted=0"), 16);
+      EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM scan_issues"), 0);
+      EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM sqlite_master WHERE name='items_cleanup_idx'"),
+                1);
+    }
+    EXPECT_EQ(cleanupKinds(file), kExpectedMigratedKinds);
+    const std::string once = test::readFile(file);
+    ASSERT_TRUE(ScanStore::open(file));
+    EXPECT_EQ(test::readFile(file), once);
+  }
 }
 
 TEST_F(FormatTest, FailedUpgradeStepIsRolledBackAndEarlierStepsKept) {

@@ -36,7 +36,7 @@ class QueryTest : public ::testing::Test {
   ScanNodeRef root;
 };
 
-TEST_F(QueryTest, RootCarriesTheScanFiguresAndIssues) {
+TEST_F(QueryTest, RootCarriesTheScanFiguresAndAtMost500Issues) {
   EXPECT_EQ(root->name(), "data");
   EXPECT_EQ(root->path(), "/data");
   EXPECT_EQ(root->parent(), nullptr);
@@ -49,9 +49,7 @@ TEST_F(QueryTest, RootCarriesTheScanFiguresAndIssues) {
   EXPECT_EQ(root->sourceItemCount(), 11);
   EXPECT_EQ(root->scanIssues(), (std::vector<ScanIssue>{{"/data/locked", "Permission denied"}}));
   EXPECT_FALSE(store->lastReadError());
-}
 
-TEST_F(QueryTest, RootReadsAtMost500Issues) {
   ScanNodeRef tree = test::makeSampleTree();
   std::vector<ScanIssue> issues;
   for (int i = 0; i < 600; ++i) issues.push_back({"/data/" + std::to_string(i), ""});
@@ -86,15 +84,12 @@ TEST_F(QueryTest, NodeAtPathFindsTheStandardizedPath) {
   EXPECT_FALSE(store->lastReadError());
 }
 
-TEST_F(QueryTest, AllNodesListShallowBeforeDeepIncludingTheNode) {
+TEST_F(QueryTest, AllNodesListShallowBeforeDeepAndFilesLeaveOutFoldersSyntheticAndEmptyOnes) {
   ScanNode* docs = child(root.get(), "docs");
   ASSERT_TRUE(docs);
   EXPECT_EQ(namesOf(store->allNodesUnderNode(docs)),
             (Names{"docs", "a_b", "notes.txt", "Annual REPORT.pdf"}));
   EXPECT_EQ(store->allNodesUnderNode(root.get()).size(), 11u);
-}
-
-TEST_F(QueryTest, FilesLeaveOutFoldersSyntheticEntriesAndEmptyFiles) {
   EXPECT_EQ(namesOf(store->allFilesUnderNode(root.get())),
             (Names{"Annual REPORT.pdf", "big.bin", "a_b", "notes.txt", "tiny.c", "Tiny.h"}));
   EXPECT_EQ(namesOf(store->largestFilesUnderNode(root.get(), 2)),

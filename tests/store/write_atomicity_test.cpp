@@ -146,14 +146,7 @@ TEST_F(WriteAtomicityTest, FailuresReportTheirDomainCodeAndContext) {
   }
 }
 
-TEST_F(WriteAtomicityTest, MissingRootOrRelativeDestinationFailsWithoutError) {
-  Error error{"unchanged", 1, "unchanged"};
-  EXPECT_FALSE(ScanStore::writeRootNode(nullptr, file, &error));
-  EXPECT_FALSE(ScanStore::writeRootNode(makeTree("x", 1).get(), "relative.sqlite", &error));
-  EXPECT_EQ(error.domain, "unchanged");
-}
-
-TEST_F(WriteAtomicityTest, MissingFoldersAreCreatedAndReplacedFileKeepsItsMode) {
+TEST_F(WriteAtomicityTest, MissingFoldersAreCreatedReplacedFileKeepsItsModeAndBadTargetsFail) {
   const std::string deep = tree.path("a/b/c/scan.sqlite");
   EXPECT_TRUE(ScanStore::writeRootNode(makeTree("new", 10).get(), deep));
   EXPECT_EQ(rootNameOf(deep), "new");
@@ -162,6 +155,11 @@ TEST_F(WriteAtomicityTest, MissingFoldersAreCreatedAndReplacedFileKeepsItsMode) 
   struct stat st {};
   ASSERT_EQ(stat(file.c_str(), &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0600u);
+  // No root or a relative destination fails without an error.
+  Error error{"unchanged", 1, "unchanged"};
+  EXPECT_FALSE(ScanStore::writeRootNode(nullptr, file, &error));
+  EXPECT_FALSE(ScanStore::writeRootNode(makeTree("x", 1).get(), "relative.sqlite", &error));
+  EXPECT_EQ(error.domain, "unchanged");
 }
 
 TEST_F(WriteAtomicityTest, ReadOnlyFolderRefusesTheWriteAndKeepsTheOldFile) {
