@@ -22,11 +22,11 @@ class LibraryForgetTest : public test::LibraryTest {
     LibraryTest::SetUp();
     library = makeLibrary();
     history = library->historyDirectoryPath();
-    library->setHandlers({
-        nullptr,
-        [this](const ScanNodeRef& root) { forgotten.push_back(root); },
-        [this](const LibraryAlert& alert) { alerts.push_back(alert); },
-    });
+    library->setHandlers(handlers());
+  }
+  ScanLibrary::Handlers handlers() {
+    return {nullptr, [this](const ScanNodeRef& root) { forgotten.push_back(root); },
+            [this](const LibraryAlert& alert) { alerts.push_back(alert); }};
   }
   std::optional<LibraryAlert> forget(const ScanNodeRef& root, ForgetChoice choice) {
     bool finished = false;
@@ -37,32 +37,6 @@ class LibraryForgetTest : public test::LibraryTest {
     });
     EXPECT_TRUE(main.runUntil([&] { return finished; }));
     return result;
-  }
-  std::optional<Error> removeAll(const std::string& path) {
-    bool finished = false;
-    std::optional<Error> result;
-    library->removeAllScansForPath(path, [&](std::optional<Error> error) {
-      result = error;
-      finished = true;
-    });
-    EXPECT_TRUE(main.runUntil([&] { return finished; }));
-    return result;
-  }
-
-  // A library for a child process, reporting to this fixture, in a library it may not change.
-  std::unique_ptr<ScanLibrary> childInReadOnlyLibrary() {
-    auto child = test::inlineLibrary();
-    child->setHandlers({
-        nullptr,
-        [this](const ScanNodeRef& root) { forgotten.push_back(root); },
-        [this](const LibraryAlert& alert) { alerts.push_back(alert); },
-    });
-    return child;
-  }
-  void makeLibraryReadOnly() {
-    ASSERT_EQ(::chmod(libraryFolder().c_str(), 0755), 0);
-    ASSERT_EQ(::chmod(history.c_str(), 0755), 0);
-    QThreadPool::globalInstance()->waitForDone();  // the child gets no pool threads
   }
 
   std::unique_ptr<ScanLibrary> library;
@@ -143,9 +117,12 @@ TEST_F(LibraryForgetTest, DeleteOrRemovalThatCannotRemoveTheFilesReportsItAndFor
   ScanNodeRef root = makeScan("/data", 100);
   SaveOutcome saved = acceptAndWait(*library, root);
   library::setForgottenScanDate("/data", 15);
-  makeLibraryReadOnly();
+  ASSERT_EQ(::chmod(libraryFolder().c_str(), 0755), 0);
+  ASSERT_EQ(::chmod(history.c_str(), 0755), 0);
+  QThreadPool::globalInstance()->waitForDone();  // the child gets no pool threads
   const int status = test::runUnprivileged([&] {
-    auto child = childInReadOnlyLibrary();
+    auto child = test::inlineLibrary();
+    child->setHandlers(handlers());
     child->setCachedRoot(root);
     std::optional<LibraryAlert> alert;
     child->forgetScanResult(root, ForgetChoice::kDelete,
@@ -175,7 +152,10 @@ TEST_F(LibraryForgetTest, RemovingALocationDeletesItsScansAndCacheOnlyAndNothing
   library->setCachedRoot(makeScan("/data", 20));
   library::setForgottenScanDate("/data", 15);
   library::setForgottenScanDate("/other", 5);
-  EXPECT_FALSE(removeAll("/data/./"));
+  std::optional<std::optional<Error>> removed;
+  library->removeAllScansForPath("/data/./", [&](std::optional<Error> e) { removed = e; });
+  ASSERT_TRUE(main.runUntil([&] { return removed.has_value(); }));
+  EXPECT_FALSE(*removed);
   EXPECT_EQ(test::listFolder(history), (std::vector<std::string>{"3-c.sqlite", "4-d.sqlite"}));
   EXPECT_FALSE(library::pathExists(cacheFile()));
   EXPECT_EQ(library->cachedRoot(), nullptr);

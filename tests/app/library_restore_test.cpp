@@ -4,8 +4,6 @@
 #include <plist/plist.h>
 #include <unistd.h>
 
-#include <QThreadPool>
-
 #include "app/library_files.h"
 #include "app/library_preferences.h"
 #include "app/library_test_support.h"
@@ -147,17 +145,6 @@ TEST_F(LibraryRestoreTest, NewerVersionFileAloneIsReportedWithItsReason) {
   EXPECT_EQ(alerts[0].informativeText,
             "Tarnwell restored every readable scan, but one scan database had a problem. This "
             "scan database was created by a newer version of Tarnwell.");
-  EXPECT_TRUE(restored.empty());
-}
-
-TEST_F(LibraryRestoreTest, LibraryGoneBeforeTheRestoreReturnsDoesNothing) {
-  writeScan(retainedPath(1000), "/data", 100);
-  bool called = false;
-  library->loadCachedScanAsynchronously([&](const RestoreOutcome&) { called = true; });
-  library.reset();
-  QThreadPool::globalInstance()->waitForDone();
-  main.drain(0.1);
-  EXPECT_FALSE(called);
   EXPECT_TRUE(restored.empty());
 }
 

@@ -234,15 +234,19 @@ TEST_F(LibrarySaveTest, OverlappingSavesEachKeepTheirFileAndAnOlderCopyNeverRepl
   expectNoPendingFiles();
 }
 
-TEST_F(LibrarySaveTest, LibraryGoneBeforeTheSaveReturnsChangesNothingOnScreen) {
+TEST_F(LibrarySaveTest, LibraryGoneBeforeASaveOrRestoreReturnsChangesNothingOnScreen) {
   auto library = makeLibrary();
+  test::writeScan(library->historyDirectoryPath() + "/1-A.sqlite", "/saved", 50);
+  bool restoreHandled = false;
+  library->setHandlers({[&](const std::vector<ScanNodeRef>&) { restoreHandled = true; }, {}, {}});
   ScanNodeRef root = makeScan("/a", 100);
   bool called = false;
   library->acceptCompletedScan(root, [&](const SaveOutcome&) { called = true; });
+  library->loadCachedScanAsynchronously([&](const RestoreOutcome&) { called = true; });
   library.reset();
   QThreadPool::globalInstance()->waitForDone();
   main.drain(0.1);
-  EXPECT_FALSE(called);
+  EXPECT_FALSE(called || restoreHandled);
   EXPECT_FALSE(root->scanStore());
   EXPECT_FALSE(library::pathExists(cacheFile()));
   expectNoPendingFiles();
