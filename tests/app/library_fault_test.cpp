@@ -19,9 +19,9 @@
 namespace tw {
 namespace {
 
-using test::fileBytes;
+using test::listFolder;
 using test::makeScan;
-using test::namesIn;
+using test::readFile;
 
 class LibraryFaultTest : public test::LibraryTest {
  protected:
@@ -32,17 +32,8 @@ class LibraryFaultTest : public test::LibraryTest {
       previous = acceptAndWait(*library, makeScan("/previous", 100, 50));
       ASSERT_TRUE(previous.cacheReplaced);
     }
-    cacheBefore = fileBytes(cacheFile());
-    historyBefore = namesIn(historyFolder());
-  }
-
-  // A library doing all its work on the calling thread, logging to the real stderr.
-  static std::unique_ptr<ScanLibrary> childLibrary(const FileSystemCalls* calls = nullptr) {
-    ScanLibrary::Options options;
-    options.mainExecutor = inlineExecutor();
-    options.backgroundExecutor = inlineExecutor();
-    options.calls = calls;
-    return std::make_unique<ScanLibrary>(std::move(options));
+    cacheBefore = readFile(cacheFile());
+    historyBefore = listFolder(historyFolder());
   }
 
   // Runs `body` as an unprivileged user with its stderr going to a file; returns the exit status
@@ -51,21 +42,21 @@ class LibraryFaultTest : public test::LibraryTest {
     // A child gets only the forking thread: no pool thread may hold a lock at that moment.
     QThreadPool::globalInstance()->waitForDone();
     const std::string errors = data.path("stderr.txt");
-    test::writeBytes(errors, "");
+    test::writeFile(errors, "");
     ::chmod(errors.c_str(), 0666);
     const int status = test::runUnprivileged([&] {
       const int fd = ::open(errors.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
       if (fd < 0 || ::dup2(fd, STDERR_FILENO) < 0) return 90;
       return body();
     });
-    childErrors = fileBytes(errors);
+    childErrors = readFile(errors);
     return status;
   }
 
   // Checks after a fault: the previous cache is whole and the History files that were complete
   // before are untouched.
   void expectPreviousCacheIntact() {
-    EXPECT_EQ(fileBytes(cacheFile()), cacheBefore);
+    EXPECT_EQ(readFile(cacheFile()), cacheBefore);
     EXPECT_EQ(test::storedLocation(cacheFile()), "/previous");
     for (const std::string& name : historyBefore) {
       EXPECT_TRUE(library::pathExists(historyFolder() + "/" + name)) << name;
@@ -78,54 +69,50 @@ class LibraryFaultTest : public test::LibraryTest {
   std::string childErrors;
 };
 
+// As a user who may not change the library folder: with History read-only too the new scan stays
+// in memory only; with History writable it is kept there. Either way the cache stays, every saved
+// scan reads back, no alert shows and one line is logged.
 TEST_F(LibraryFaultTest, ReadOnlyLibrarySaveShowsNothingLogsALineAndKeepsTheCache) {
   ASSERT_EQ(::chmod(libraryFolder().c_str(), 0755), 0);
-  ASSERT_EQ(::chmod(historyFolder().c_str(), 0755), 0);
-  const int status = runUnprivilegedLogging([] {
-    auto library = childLibrary();
-    int alerts = 0;
-    std::vector<ScanNodeRef> restored;
-    library->setHandlers({[&](const std::vector<ScanNodeRef>& roots) { restored = roots; }, nullptr,
-                          [&](const LibraryAlert&) { ++alerts; }});
-    ScanNodeRef root = makeScan("/new", 200);
-    std::optional<SaveOutcome> outcome;
-    library->acceptCompletedScan(root, [&](const SaveOutcome& o) { outcome = o; });
-    if (!outcome || outcome->written || outcome->cacheReplaced) return 2;
-    if (library->cachedRoot() != root || root->scanStore()) return 3;
-    // Every saved scan can still be read back.
-    library->loadCachedScanAsynchronously();
-    if (alerts != 0) return 4;
-    if (restored.size() != 1 || restored[0]->path() != "/previous") return 5;
-    return 0;
-  });
-  EXPECT_EQ(status, 0) << childErrors;
-  // One line: the reason comes from SQLite, which could not create the file.
-  EXPECT_TRUE(childErrors.starts_with("Unable to save the scan database: ")) << childErrors;
-  EXPECT_EQ(std::count(childErrors.begin(), childErrors.end(), '\n'), 1) << childErrors;
-  expectPreviousCacheIntact();
-  EXPECT_EQ(namesIn(historyFolder()), historyBefore);
-  EXPECT_EQ(namesIn(libraryFolder()), (std::vector<std::string>{"History", "LastScan.sqlite"}));
-}
-
-TEST_F(LibraryFaultTest, ReadOnlyLibraryWithWritableHistoryKeepsTheNewScanThere) {
-  ASSERT_EQ(::chmod(libraryFolder().c_str(), 0755), 0);
-  ASSERT_EQ(::chmod(historyFolder().c_str(), 0777), 0);
-  const int status = runUnprivilegedLogging([] {
-    auto library = childLibrary();
-    int alerts = 0;
-    library->setHandlers({nullptr, nullptr, [&](const LibraryAlert&) { ++alerts; }});
-    ScanNodeRef root = makeScan("/new", 200);
-    std::optional<SaveOutcome> outcome;
-    library->acceptCompletedScan(root, [&](const SaveOutcome& o) { outcome = o; });
-    if (!outcome || !outcome->written || !outcome->bound || outcome->copied) return 2;
-    if (!root->scanStore() || root->scanStore()->path() != outcome->historyPath) return 3;
-    return alerts == 0 ? 0 : 4;
-  });
-  EXPECT_EQ(status, 0) << childErrors;
-  EXPECT_EQ(childErrors, "Unable to copy the scan for the current cache: " +
-                             posixError(EACCES).description + "\n");
-  expectPreviousCacheIntact();
-  EXPECT_EQ(library::listRetainedScans(historyFolder()).size(), 2u);
+  for (const bool historyWritable : {false, true}) {
+    SCOPED_TRACE(historyWritable);
+    ASSERT_EQ(::chmod(historyFolder().c_str(), historyWritable ? 0777 : 0755), 0);
+    const int status = runUnprivilegedLogging([historyWritable] {
+      auto library = test::inlineLibrary();
+      int alerts = 0;
+      std::vector<ScanNodeRef> restored;
+      library->setHandlers({[&](const std::vector<ScanNodeRef>& roots) { restored = roots; },
+                            nullptr, [&](const LibraryAlert&) { ++alerts; }});
+      ScanNodeRef root = makeScan("/new", 200);
+      std::optional<SaveOutcome> outcome;
+      library->acceptCompletedScan(root, [&](const SaveOutcome& o) { outcome = o; });
+      if (!outcome || outcome->written != historyWritable || outcome->bound != historyWritable ||
+          outcome->copied || outcome->cacheReplaced)
+        return 2;
+      if (library->cachedRoot() != root) return 3;
+      if (historyWritable ? root->scanStore()->path() != outcome->historyPath
+                          : root->scanStore() != nullptr)
+        return 4;
+      library->loadCachedScanAsynchronously();
+      if (alerts != 0 || restored.size() != (historyWritable ? 2u : 1u)) return 5;
+      if (restored.back()->path() != "/previous") return 6;
+      return 0;
+    });
+    EXPECT_EQ(status, 0) << childErrors;
+    if (historyWritable) {
+      EXPECT_EQ(childErrors, "Unable to copy the scan for the current cache: " +
+                                 posixError(EACCES).description + "\n");
+      EXPECT_EQ(library::listRetainedScans(historyFolder()).size(), 2u);
+    } else {
+      // The reason comes from SQLite, which could not create the file.
+      EXPECT_TRUE(childErrors.starts_with("Unable to save the scan database: ")) << childErrors;
+      EXPECT_EQ(std::count(childErrors.begin(), childErrors.end(), '\n'), 1) << childErrors;
+      EXPECT_EQ(listFolder(historyFolder()), historyBefore);
+    }
+    expectPreviousCacheIntact();
+    EXPECT_EQ(listFolder(libraryFolder()),
+              (std::vector<std::string>{"History", "LastScan.sqlite"}));
+  }
 }
 
 TEST_F(LibraryFaultTest, LibraryFolderThatCannotBeCreatedRestoresNothingSilently) {
@@ -133,7 +120,7 @@ TEST_F(LibraryFaultTest, LibraryFolderThatCannotBeCreatedRestoresNothingSilently
   ASSERT_EQ(::chmod(locked.c_str(), 0755), 0);
   const int status = runUnprivilegedLogging([&] {
     ::setenv("XDG_DATA_HOME", locked.c_str(), 1);
-    auto library = childLibrary();
+    auto library = test::inlineLibrary();
     int calls = 0;
     library->setHandlers({[&](const std::vector<ScanNodeRef>&) { ++calls; }, nullptr,
                           [&](const LibraryAlert&) { ++calls; }});
@@ -154,18 +141,10 @@ struct StopDuringCopy {
   static inline int cacheWrites = 0;
 
   static ssize_t pwrite(int fd, const void* buffer, size_t count, off_t offset) {
-    char link[64];
-    std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
-    char path[4096];
-    const ssize_t n = ::readlink(link, path, sizeof path - 1);
-    if (n > 0 &&
-        std::string(path, static_cast<std::size_t>(n)).find("/LastScan-") != std::string::npos) {
-      if (++cacheWrites == stopAtWrite) {
-        const ssize_t put = ::pwrite(fd, buffer, count / 2, offset);  // a torn write
-        (void)!::write(notifyFd, "x", 1);
-        for (;;) ::pause();
-        return put;
-      }
+    if (test::fdPathContains(fd, "/LastScan-") && ++cacheWrites == stopAtWrite) {
+      (void)!::pwrite(fd, buffer, count / 2, offset);  // a torn write
+      (void)!::write(notifyFd, "x", 1);
+      for (;;) ::pause();
     }
     return ::pwrite(fd, buffer, count, offset);
   }
@@ -196,11 +175,7 @@ bool runAndKill(const std::function<void(int notifyFd)>& child, int timeoutMs) {
 }
 
 void saveLargeScan(const FileSystemCalls* calls) {
-  ScanLibrary::Options options;
-  options.mainExecutor = inlineExecutor();
-  options.backgroundExecutor = inlineExecutor();
-  options.calls = calls;
-  ScanLibrary(std::move(options)).acceptCompletedScan(makeScan("/killed", 300, 40000));
+  test::inlineLibrary(calls)->acceptCompletedScan(makeScan("/killed", 300, 40000));
 }
 
 // Every file under a final name in the library is a whole scan database.
@@ -239,7 +214,7 @@ TEST_F(LibraryFaultTest, ProcessKilledWhileCopyingTheCacheLeavesThePreviousCache
     ASSERT_EQ(restored.roots.size(), 2u);
     EXPECT_EQ(restored.roots[0]->path(), "/killed");
     EXPECT_EQ(restored.roots[1]->path(), "/previous");
-    for (const std::string& name : namesIn(libraryFolder())) {
+    for (const std::string& name : listFolder(libraryFolder())) {
       EXPECT_FALSE(name.ends_with(".pending")) << name;
     }
   }
@@ -251,14 +226,14 @@ TEST_F(LibraryFaultTest, ProcessKilledAtAnyMomentOfASaveLeavesAWholeCache) {
     const int delayMs = std::uniform_int_distribution<int>(0, 900)(random);
     SCOPED_TRACE(delayMs);
     runAndKill([](int) { saveLargeScan(nullptr); }, delayMs);
-    const std::string cache = fileBytes(cacheFile());
+    const std::string cache = readFile(cacheFile());
     if (cache != cacheBefore) {
       EXPECT_EQ(test::storedLocation(cacheFile()), "/killed");
     }
     expectOnlyWholeDatabases(libraryFolder());
     expectOnlyWholeDatabases(historyFolder());
     // Back to the previous state for the next round.
-    test::writeBytes(cacheFile(), cacheBefore);
+    test::writeFile(cacheFile(), cacheBefore);
     for (const std::string& path : library::listRetainedScans(historyFolder())) {
       if (path != previous.historyPath) ::unlink(path.c_str());
     }

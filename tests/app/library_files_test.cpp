@@ -13,17 +13,13 @@
 namespace tw {
 namespace {
 
-using test::namesIn;
+using test::listFolder;
 
 void touch(const std::string& path, double ageSeconds = 0) {
-  FILE* f = std::fopen(path.c_str(), "w");
-  ASSERT_NE(f, nullptr) << path;
-  std::fclose(f);
-  if (ageSeconds > 0) {
-    struct utimbuf times;
-    times.actime = times.modtime = ::time(nullptr) - static_cast<time_t>(ageSeconds);
-    ::utime(path.c_str(), &times);
-  }
+  test::writeFile(path, "");
+  struct utimbuf times;
+  times.actime = times.modtime = ::time(nullptr) - static_cast<time_t>(ageSeconds);
+  ASSERT_EQ(::utime(path.c_str(), &times), 0) << path;
 }
 
 TEST(LibraryNames, RetainedScanNameIsSaveTimeInMillisecondsAndAUUID) {
@@ -59,7 +55,7 @@ TEST(LibraryPruning, KeepsExactlyTheNewest200ByNumericName) {
   touch(tree.path(".0-hidden.sqlite"));
   touch(tree.path("0-other.txt"));
   EXPECT_EQ(library::pruneRetainedScans(tree.root()), 1u);
-  const auto names = namesIn(tree.root());
+  const auto names = listFolder(tree.root());
   EXPECT_EQ(names.size(), 202u);
   EXPECT_EQ(std::count(names.begin(), names.end(), "999999999999-Z.sqlite"), 0);
   EXPECT_EQ(std::count(names.begin(), names.end(), ".0-hidden.sqlite"), 1);
@@ -90,10 +86,10 @@ TEST(LibraryPendingFiles, OnlyPendingFilesUntouchedForTenMinutesAreRemoved) {
   ASSERT_EQ(::symlink(target.c_str(), tree.path("link.pending").c_str()), 0);
   EXPECT_EQ(library::removeStalePendingFiles(tree.root(), ::time(nullptr)), 1);
   EXPECT_EQ(library::removeStalePendingFiles(tree.path("History"), ::time(nullptr)), 1);
-  EXPECT_EQ(namesIn(tree.root()),
+  EXPECT_EQ(listFolder(tree.root()),
             (std::vector<std::string>{".pending", "History", "LastScan-NEW.pending",
                                       "LastScan.sqlite", "keep.txt", "link.pending"}));
-  EXPECT_EQ(namesIn(tree.path("History")),
+  EXPECT_EQ(listFolder(tree.path("History")),
             (std::vector<std::string>{".2-A.sqlite-C.pending", "1-A.sqlite", "old.pending"}));
 }
 
@@ -130,14 +126,6 @@ TEST_F(LibraryFolderTest, MarkerLivesWhileScansRunAndGenerationCountsBatches) {
   auto next = makeLibrary();
   EXPECT_TRUE(next->discardInterruptedScanIfNeeded());
   EXPECT_FALSE(library::pathExists(library->scanMarkerPath()));
-}
-
-TEST_F(LibraryFolderTest, StalePendingFilesOfLibraryAndHistoryGoOnceTheyAreOld) {
-  auto library = makeLibrary();
-  touch(library->libraryFolderPath() + "/LastScan-A.pending");
-  touch(library->historyDirectoryPath() + "/.1-A.sqlite-B.pending");
-  EXPECT_EQ(library->removeStalePendingFiles(::time(nullptr)), 0);
-  EXPECT_EQ(library->removeStalePendingFiles(::time(nullptr) + 10 * 60), 2);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // Saving a finished scan: the History file, the binding of the root, and when the current cache
 // may be replaced. Write, copy and rename failures lose nothing.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,27 +16,19 @@
 namespace tw {
 namespace {
 
-using test::fileBytes;
+using test::listFolder;
 using test::makeScan;
-using test::namesIn;
+using test::readFile;
 
-// File calls whose writes, renames or fsyncs fail on demand for files whose path contains a given
+// File calls whose writes or renames fail on demand for files whose path contains a given
 // text; everything else goes to the system.
 struct FaultyCalls {
   static inline std::atomic<int> failWrite{0};  // errno for pwrite, 0: none
   static inline std::atomic<int> failRename{0};
   static inline std::string target;  // e.g. "/LastScan-"
 
-  static bool targeted(int fd) {
-    char link[64];
-    std::snprintf(link, sizeof link, "/proc/self/fd/%d", fd);
-    char path[4096];
-    const ssize_t n = ::readlink(link, path, sizeof path - 1);
-    return n > 0 &&
-           std::string(path, static_cast<std::size_t>(n)).find(target) != std::string::npos;
-  }
   static ssize_t pwrite(int fd, const void* buffer, size_t count, off_t offset) {
-    if (failWrite && targeted(fd)) {
+    if (failWrite && test::fdPathContains(fd, target)) {
       errno = failWrite;
       return -1;
     }
@@ -63,29 +54,15 @@ struct FaultyCalls {
 
 class LibrarySaveTest : public test::LibraryTest {
  protected:
-  void SetUp() override {
-    LibraryTest::SetUp();
-    FaultyCalls::failWrite = 0;
-    FaultyCalls::failRename = 0;
-  }
-  std::unique_ptr<ScanLibrary> makeFaultyLibrary() {
-    ScanLibrary::Options options;
-    options.calls = &FaultyCalls::calls();
-    return makeLibrary(std::move(options));
-  }
   std::vector<std::string> retained() { return library::listRetainedScans(historyFolder()); }
   // The library folder holds no pending copy.
   void expectNoPendingFiles() {
-    for (const std::string& name : namesIn(libraryFolder())) {
-      EXPECT_FALSE(name.ends_with(".pending")) << name;
-    }
-    for (const std::string& name : namesIn(historyFolder())) {
-      EXPECT_FALSE(name.ends_with(".pending")) << name;
-    }
+    for (const std::string& folder : {libraryFolder(), historyFolder()})
+      for (const std::string& name : listFolder(folder)) EXPECT_FALSE(name.ends_with(".pending"));
   }
 };
 
-TEST_F(LibrarySaveTest, AcceptedScanEntersHistoryBindsTheRootAndBecomesTheCache) {
+TEST_F(LibrarySaveTest, AcceptedScanEntersHistoryBindsTheRootAndBecomesTheCacheKeepingItsMode) {
   auto library = makeLibrary();
   library::setForgottenScanDate("/data", 5e9);
   ScanNodeRef root = makeScan("/data/", 1700000000.25, 5);
@@ -108,15 +85,12 @@ TEST_F(LibrarySaveTest, AcceptedScanEntersHistoryBindsTheRootAndBecomesTheCache)
   ASSERT_TRUE(root->scanStore());
   EXPECT_EQ(root->scanStore()->path(), outcome.historyPath);
   EXPECT_EQ(root->databaseNodeID(), root->scanStore()->rootNodeID());
-  EXPECT_EQ(fileBytes(cacheFile()), fileBytes(outcome.historyPath));
+  EXPECT_EQ(readFile(cacheFile()), readFile(outcome.historyPath));
   EXPECT_EQ(test::storedDate(cacheFile()), 1700000000.25);
   expectNoPendingFiles();
   EXPECT_TRUE(logged.empty());
-}
 
-TEST_F(LibrarySaveTest, ReplacedCacheKeepsThePermissionsOfTheOldOne) {
-  auto library = makeLibrary();
-  acceptAndWait(*library, makeScan("/a", 100));
+  // A replaced cache keeps the permissions of the old one.
   ASSERT_EQ(::chmod(cacheFile().c_str(), 0600), 0);
   acceptAndWait(*library, makeScan("/b", 200));
   struct stat st;
@@ -125,95 +99,86 @@ TEST_F(LibrarySaveTest, ReplacedCacheKeepsThePermissionsOfTheOldOne) {
   EXPECT_EQ(test::storedLocation(cacheFile()), "/b");
 }
 
-TEST_F(LibrarySaveTest, SaveOfAStaleGenerationAddsHistoryButLeavesTheCache) {
+TEST_F(LibrarySaveTest,
+       SaveOfAStaleGenerationOrOfARootNoLongerCurrentAddsHistoryButLeavesTheCache) {
   auto library = makeLibrary();
   library->beginPersistentScan();
   acceptAndWait(*library, makeScan("/a", 100));
-  const std::string cacheBefore = fileBytes(cacheFile());
-
+  const std::string cacheBefore = readFile(cacheFile());
+  auto save = [&](const ScanNodeRef& root, uint64_t generation,
+                  const std::function<void()>& meanwhile) {
+    std::optional<SaveOutcome> outcome;
+    library->saveCachedScanForRoot(root, generation, [&](const SaveOutcome& o) { outcome = o; });
+    meanwhile();
+    EXPECT_TRUE(main.runUntil([&] { return outcome.has_value(); }));
+    EXPECT_TRUE(outcome && outcome->written && outcome->bound && outcome->copied);
+    EXPECT_FALSE(outcome && outcome->cacheReplaced);
+    EXPECT_EQ(readFile(cacheFile()), cacheBefore);
+    if (outcome) {
+      EXPECT_EQ(root->scanStore()->path(), outcome->historyPath);
+    }
+  };
+  // A new batch began while this one was saving.
   ScanNodeRef late = makeScan("/b", 200);
-  const uint64_t generation = library->scanGeneration();
   library->setCachedRoot(late);
-  library->beginPersistentScan();  // a new batch began while this one was saving
-  std::optional<SaveOutcome> outcome;
-  library->saveCachedScanForRoot(late, generation, [&](const SaveOutcome& o) { outcome = o; });
-  ASSERT_TRUE(main.runUntil([&] { return outcome.has_value(); }));
-  EXPECT_TRUE(outcome->written && outcome->bound && outcome->copied);
-  EXPECT_FALSE(outcome->cacheReplaced);
-  EXPECT_EQ(late->scanStore()->path(), outcome->historyPath);
-  EXPECT_EQ(retained().size(), 2u);
-  EXPECT_EQ(fileBytes(cacheFile()), cacheBefore);
-  expectNoPendingFiles();
-}
-
-TEST_F(LibrarySaveTest, SaveOfARootThatIsNoLongerCurrentLeavesTheCache) {
-  auto library = makeLibrary();
-  acceptAndWait(*library, makeScan("/a", 100));
-  const std::string cacheBefore = fileBytes(cacheFile());
-  ScanNodeRef older = makeScan("/b", 200);
-  std::optional<SaveOutcome> outcome;
-  library->saveCachedScanForRoot(older, library->scanGeneration(),
-                                 [&](const SaveOutcome& o) { outcome = o; });
+  const uint64_t generation = library->scanGeneration();
+  library->beginPersistentScan();
+  save(late, generation, [] {});
   // Before the save comes back, another result becomes current.
-  library->setCachedRoot(makeScan("/c", 300));
-  ASSERT_TRUE(main.runUntil([&] { return outcome.has_value(); }));
-  EXPECT_FALSE(outcome->cacheReplaced);
-  EXPECT_TRUE(outcome->bound);
-  EXPECT_EQ(fileBytes(cacheFile()), cacheBefore);
+  save(makeScan("/c", 300), library->scanGeneration(),
+       [&] { library->setCachedRoot(makeScan("/d", 400)); });
+  EXPECT_EQ(retained().size(), 3u);
   expectNoPendingFiles();
 }
 
-TEST_F(LibrarySaveTest, FailedCacheCopyKeepsTheHistoryFileBoundAndTheOldCache) {
-  auto library = makeFaultyLibrary();
+// A failing write, copy or rename keeps every earlier file and says why in the log.
+TEST_F(LibrarySaveTest, FailedWriteCopyOrReplaceKeepsTheOldCacheAndLogsOneLine) {
+  ScanLibrary::Options options;
+  options.calls = &FaultyCalls::calls();
+  auto library = makeLibrary(std::move(options));
   acceptAndWait(*library, makeScan("/a", 100));
-  const std::string cacheBefore = fileBytes(cacheFile());
-  FaultyCalls::target = "/LastScan-";
-  FaultyCalls::failWrite = ENOSPC;
-  ScanNodeRef root = makeScan("/b", 200);
-  SaveOutcome outcome = acceptAndWait(*library, root);
-  EXPECT_TRUE(outcome.written && outcome.bound);
-  EXPECT_FALSE(outcome.copied || outcome.cacheReplaced);
-  EXPECT_EQ(root->scanStore()->path(), outcome.historyPath);
-  EXPECT_EQ(retained().size(), 2u);
-  EXPECT_EQ(fileBytes(cacheFile()), cacheBefore);
-  expectNoPendingFiles();
-  ASSERT_EQ(logged.size(), 1u);
-  EXPECT_EQ(logged[0],
-            "Unable to copy the scan for the current cache: " + posixError(ENOSPC).description);
-}
-
-TEST_F(LibrarySaveTest, FailedReplaceIsLoggedAndKeepsTheOldCache) {
-  auto library = makeFaultyLibrary();
-  acceptAndWait(*library, makeScan("/a", 100));
-  const std::string cacheBefore = fileBytes(cacheFile());
-  FaultyCalls::target = "/LastScan-";
-  FaultyCalls::failRename = EIO;
-  SaveOutcome outcome = acceptAndWait(*library, makeScan("/b", 200));
-  EXPECT_TRUE(outcome.written && outcome.bound && outcome.copied);
-  EXPECT_FALSE(outcome.cacheReplaced);
-  EXPECT_EQ(fileBytes(cacheFile()), cacheBefore);
-  expectNoPendingFiles();
-  EXPECT_EQ(logged, std::vector<std::string>{"Unable to replace the current scan cache: " +
-                                             posixError(EIO).description});
-}
-
-TEST_F(LibrarySaveTest, FailedWriteLeavesNoHistoryFileAndTheOldCache) {
-  auto library = makeFaultyLibrary();
-  acceptAndWait(*library, makeScan("/a", 100));
-  const std::string cacheBefore = fileBytes(cacheFile());
-  const auto historyBefore = retained();
-  FaultyCalls::target = "/History/.";  // the writer's hidden temporary file
-  FaultyCalls::failWrite = ENOSPC;
-  ScanNodeRef root = makeScan("/b", 200);
-  SaveOutcome outcome = acceptAndWait(*library, root);
-  EXPECT_FALSE(outcome.written || outcome.bound || outcome.copied || outcome.cacheReplaced);
-  EXPECT_FALSE(root->scanStore());  // the result stays in memory only
-  EXPECT_EQ(library->cachedRoot(), root);
-  EXPECT_EQ(retained(), historyBefore);
-  EXPECT_EQ(fileBytes(cacheFile()), cacheBefore);
-  expectNoPendingFiles();
-  ASSERT_EQ(logged.size(), 1u);
-  EXPECT_TRUE(logged[0].starts_with("Unable to save the scan database: ")) << logged[0];
+  const std::string cacheBefore = readFile(cacheFile());
+  const struct {
+    const char* target;  // "/History/." is the writer's hidden temporary file
+    int write, rename;
+    bool written, copied;
+    std::string log;
+  } faults[] = {
+      {"/History/.", ENOSPC, 0, false, false, "Unable to save the scan database: "},
+      {"/LastScan-", ENOSPC, 0, true, false,
+       "Unable to copy the scan for the current cache: " + posixError(ENOSPC).description},
+      {"/LastScan-", 0, EIO, true, true,
+       "Unable to replace the current scan cache: " + posixError(EIO).description},
+  };
+  for (const auto& fault : faults) {
+    SCOPED_TRACE(fault.log);
+    FaultyCalls::target = fault.target;
+    FaultyCalls::failWrite = fault.write;
+    FaultyCalls::failRename = fault.rename;
+    logged.clear();
+    const auto historyBefore = retained();
+    ScanNodeRef root = makeScan("/b", 200);
+    SaveOutcome outcome = acceptAndWait(*library, root);
+    EXPECT_EQ(outcome.written, fault.written);
+    EXPECT_EQ(outcome.bound, fault.written);
+    EXPECT_EQ(outcome.copied, fault.copied);
+    EXPECT_FALSE(outcome.cacheReplaced);
+    EXPECT_EQ(library->cachedRoot(), root);
+    if (fault.written) {
+      EXPECT_EQ(root->scanStore()->path(), outcome.historyPath);
+      EXPECT_EQ(retained().size(), historyBefore.size() + 1);
+    } else {
+      EXPECT_FALSE(root->scanStore());  // the result stays in memory only
+      EXPECT_EQ(retained(), historyBefore);
+    }
+    EXPECT_EQ(readFile(cacheFile()), cacheBefore);
+    expectNoPendingFiles();
+    ASSERT_EQ(logged.size(), 1u);
+    EXPECT_TRUE(logged[0].starts_with(fault.log)) << logged[0];
+    if (fault.written) {
+      EXPECT_EQ(logged[0], fault.log);
+    }
+  }
 }
 
 TEST_F(LibrarySaveTest, SavePrunesHistoryToTheNewest200OverAllLocations) {
@@ -232,21 +197,7 @@ TEST_F(LibrarySaveTest, SavePrunesHistoryToTheNewest200OverAllLocations) {
   EXPECT_EQ(kept.back(), outcome.historyPath);
 }
 
-TEST_F(LibrarySaveTest, OverlappingSavesEachKeepTheirFileAndTheCurrentOneWins) {
-  auto library = makeLibrary();
-  ScanNodeRef first = makeScan("/a", 100, 2000);
-  ScanNodeRef second = makeScan("/b", 200);
-  int finished = 0;
-  library->acceptCompletedScan(first, [&](const SaveOutcome&) { ++finished; });
-  library->acceptCompletedScan(second, [&](const SaveOutcome&) { ++finished; });
-  ASSERT_TRUE(main.runUntil([&] { return finished == 2; }));
-  EXPECT_EQ(retained().size(), 2u);
-  EXPECT_EQ(test::storedLocation(cacheFile()), "/b");
-  EXPECT_TRUE(first->scanStore() && second->scanStore());
-  expectNoPendingFiles();
-}
-
-TEST_F(LibrarySaveTest, OlderCopyFinishingLastNeverReplacesANewerCache) {
+TEST_F(LibrarySaveTest, OverlappingSavesEachKeepTheirFileAndAnOlderCopyNeverReplacesANewerCache) {
   // Background work waits here and runs in the order the test picks.
   std::vector<std::function<void()>> pool;
   ScanLibrary::Options options;
@@ -260,11 +211,12 @@ TEST_F(LibrarySaveTest, OlderCopyFinishingLastNeverReplacesANewerCache) {
     work();
   };
   std::optional<SaveOutcome> first, second;
-  library->acceptCompletedScan(makeScan("/a", 100), [&](const SaveOutcome& o) { first = o; });
+  ScanNodeRef a = makeScan("/a", 100), b = makeScan("/b", 200);
+  library->acceptCompletedScan(a, [&](const SaveOutcome& o) { first = o; });
   runPoolTask(0);  // write and copy /a
   main.drain(0);   // /a is chosen as the cache; its rename waits on the pool
   ASSERT_EQ(pool.size(), 1u);
-  library->acceptCompletedScan(makeScan("/b", 200), [&](const SaveOutcome& o) { second = o; });
+  library->acceptCompletedScan(b, [&](const SaveOutcome& o) { second = o; });
   runPoolTask(pool.size() - 1);  // write and copy /b
   main.drain(0);                 // /b is chosen too
   runPoolTask(pool.size() - 1);  // /b goes in place first
@@ -278,18 +230,23 @@ TEST_F(LibrarySaveTest, OlderCopyFinishingLastNeverReplacesANewerCache) {
   EXPECT_FALSE(first->cacheReplaced);
   EXPECT_EQ(test::storedLocation(cacheFile()), "/b");
   EXPECT_EQ(retained().size(), 2u);
+  EXPECT_TRUE(a->scanStore() && b->scanStore());
   expectNoPendingFiles();
 }
 
-TEST_F(LibrarySaveTest, LibraryGoneBeforeTheSaveReturnsChangesNothingOnScreen) {
+TEST_F(LibrarySaveTest, LibraryGoneBeforeASaveOrRestoreReturnsChangesNothingOnScreen) {
   auto library = makeLibrary();
+  test::writeScan(library->historyDirectoryPath() + "/1-A.sqlite", "/saved", 50);
+  bool restoreHandled = false;
+  library->setHandlers({[&](const std::vector<ScanNodeRef>&) { restoreHandled = true; }, {}, {}});
   ScanNodeRef root = makeScan("/a", 100);
   bool called = false;
   library->acceptCompletedScan(root, [&](const SaveOutcome&) { called = true; });
+  library->loadCachedScanAsynchronously([&](const RestoreOutcome&) { called = true; });
   library.reset();
   QThreadPool::globalInstance()->waitForDone();
   main.drain(0.1);
-  EXPECT_FALSE(called);
+  EXPECT_FALSE(called || restoreHandled);
   EXPECT_FALSE(root->scanStore());
   EXPECT_FALSE(library::pathExists(cacheFile()));
   expectNoPendingFiles();

@@ -1,15 +1,12 @@
 #include "app/library_test_support.h"
 
-#include <dirent.h>
 #include <sqlite3.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <QSettings>
 #include <QThreadPool>
-#include <algorithm>
 #include <chrono>
-#include <fstream>
-#include <sstream>
 
 #include "app/library_preferences.h"
 #include "store/scan_store.h"
@@ -24,10 +21,8 @@ class PrivateHomeEnvironment : public ::testing::Environment {
  public:
   void SetUp() override {
     home_ = std::make_unique<TempTree>();
-    ::setenv("HOME", home_->folder("home").c_str(), 1);
-    ::setenv("XDG_CONFIG_HOME", home_->folder("config").c_str(), 1);
-    ::setenv("XDG_RUNTIME_DIR", home_->folder("runtime").c_str(), 1);
-    ::setenv("XDG_DATA_HOME", home_->folder("data").c_str(), 1);
+    for (const char* name : {"HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR", "XDG_DATA_HOME"})
+      ::setenv(name, home_->folder(name).c_str(), 1);
   }
   void TearDown() override { home_.reset(); }
 
@@ -39,8 +34,6 @@ class PrivateHomeEnvironment : public ::testing::Environment {
     ::testing::AddGlobalTestEnvironment(new PrivateHomeEnvironment);
 
 }  // namespace
-
-MainQueue::MainQueue() : inner_(std::make_shared<Inner>()) {}
 
 Executor MainQueue::executor() const {
   return [inner = inner_](std::function<void()> work) {
@@ -64,10 +57,6 @@ bool MainQueue::runUntil(const std::function<bool()>& done, double seconds) {
     work();
   }
   return true;
-}
-
-void MainQueue::drain(double seconds) {
-  runUntil([] { return false; }, seconds);
 }
 
 void LibraryTest::SetUp() {
@@ -106,6 +95,21 @@ RestoreOutcome LibraryTest::restoreAndWait(ScanLibrary& library) {
   return outcome.value_or(RestoreOutcome{});
 }
 
+std::unique_ptr<ScanLibrary> inlineLibrary(const FileSystemCalls* calls) {
+  ScanLibrary::Options options;
+  options.mainExecutor = inlineExecutor();
+  options.backgroundExecutor = inlineExecutor();
+  options.calls = calls;
+  return std::make_unique<ScanLibrary>(std::move(options));
+}
+
+bool fdPathContains(int fd, const std::string& text) {
+  char path[4096];
+  const ssize_t n =
+      ::readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof path - 1);
+  return n > 0 && std::string(path, static_cast<std::size_t>(n)).find(text) != std::string::npos;
+}
+
 ScanNodeRef makeScan(const std::string& location, double date, int files) {
   ScanNodeRef root = ScanNode::makeRoot(location, true);
   for (int i = 0; i < files; ++i) {
@@ -136,32 +140,6 @@ double storedDate(const std::string& path) {
   return metadata && metadata->scanDate ? *metadata->scanDate : 0.0;
 }
 
-std::vector<std::string> namesIn(const std::string& folder) {
-  std::vector<std::string> names;
-  if (DIR* dir = ::opendir(folder.c_str())) {
-    while (const dirent* entry = ::readdir(dir)) {
-      const std::string name = entry->d_name;
-      if (name != "." && name != "..") names.push_back(name);
-    }
-    ::closedir(dir);
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
-std::string fileBytes(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream out;
-  out << in.rdbuf();
-  return out.str();
-}
-
-void writeBytes(const std::string& path, const std::string& bytes) {
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  out << bytes;
-  ASSERT_TRUE(out.good()) << path;
-}
-
 void execSql(const std::string& path, const std::string& sql) {
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
@@ -177,14 +155,13 @@ void execSql(const std::string& path, const std::string& sql) {
 std::string quickCheck(const std::string& path) {
   sqlite3* db = nullptr;
   std::string verdict;
-  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(db, "PRAGMA quick_check", -1, &statement, nullptr) == SQLITE_OK &&
-        sqlite3_step(statement) == SQLITE_ROW) {
-      verdict = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
-    }
-    sqlite3_finalize(statement);
+  sqlite3_stmt* statement = nullptr;
+  if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
+      sqlite3_prepare_v2(db, "PRAGMA quick_check", -1, &statement, nullptr) == SQLITE_OK &&
+      sqlite3_step(statement) == SQLITE_ROW) {
+    verdict = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
   }
+  sqlite3_finalize(statement);
   sqlite3_close_v2(db);
   return verdict;
 }

@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "app/scan_library.h"
-#include "scan/directory_scanner.h"
 #include "scan/scan_node.h"
 #include "support/temp_tree.h"
 
@@ -22,12 +21,13 @@ namespace tw::test {
 // Callbacks posted to the "GUI thread" wait here until the test runs them on its own thread.
 class MainQueue {
  public:
-  MainQueue();
   Executor executor() const;
   // Runs posted callbacks until `done` answers true; false when `seconds` pass first.
   bool runUntil(const std::function<bool()>& done, double seconds = 60);
   // Runs what is queued now and what arrives within `seconds`.
-  void drain(double seconds = 0.2);
+  void drain(double seconds = 0.2) {
+    runUntil([] { return false; }, seconds);
+  }
 
  private:
   struct Inner {
@@ -35,7 +35,7 @@ class MainQueue {
     std::condition_variable posted;
     std::deque<std::function<void()>> queue;
   };
-  std::shared_ptr<Inner> inner_;
+  std::shared_ptr<Inner> inner_ = std::make_shared<Inner>();
 };
 
 // A fresh XDG_DATA_HOME per test and empty preferences. HOME, XDG_CONFIG_HOME and
@@ -61,6 +61,11 @@ class LibraryTest : public ::testing::Test {
   std::mutex loggedMutex;
 };
 
+// A library doing all its work on the calling thread (for forked children), logging to stderr.
+std::unique_ptr<ScanLibrary> inlineLibrary(const FileSystemCalls* calls = nullptr);
+// Whether the file open as `fd` has a path containing `text` (for faults aimed at one file).
+bool fdPathContains(int fd, const std::string& text);
+
 // A scan of `location` taken at `date` with `files` files of 4096 bytes.
 ScanNodeRef makeScan(const std::string& location, double date, int files = 3);
 // Writes a scan of `location` at `date` to `path` as a complete scan database.
@@ -68,10 +73,6 @@ void writeScan(const std::string& path, const std::string& location, double date
 // The location and date stored in a scan database ("" and 0 when unreadable).
 std::string storedLocation(const std::string& path);
 double storedDate(const std::string& path);
-// Names in `folder`, hidden ones included, sorted bytewise.
-std::vector<std::string> namesIn(const std::string& folder);
-std::string fileBytes(const std::string& path);
-void writeBytes(const std::string& path, const std::string& bytes);
 // Runs SQL on a file through a plain connection, creating the file when missing.
 void execSql(const std::string& path, const std::string& sql);
 // SQLite's verdict on a file's structure ("ok" when whole), read-only.

@@ -4,8 +4,8 @@
 #include <QSettings>
 #include <thread>
 
-#include "app_test_support.h"
 #include "gtest/gtest.h"
+#include "support/desktop_environment.h"
 
 namespace tw {
 namespace {
@@ -14,24 +14,19 @@ QSettings userSettings() {
   return QSettings(kSettingsOrganization, kSettingsApplication);
 }
 
-TEST(Preferences, EveryByteOfAPathSurvivesItsStoredForm) {
+TEST(Preferences, EveryByteOfAPathSurvivesItsStoredFormWhichStaysReadable) {
   std::string all;
   for (int byte = 1; byte < 256; ++byte) all.push_back(static_cast<char>(byte));
   const QString stored = encodePathForPreferences(all);
   for (QChar c : stored) EXPECT_LT(c.unicode(), 0x7f);  // plain ASCII in the file
   EXPECT_EQ(decodePathFromPreferences(stored), all);
-}
-
-TEST(Preferences, StoredPathsStayReadable) {
   EXPECT_EQ(encodePathForPreferences("/home/u/My Files (old)"), "/home/u/My Files (old)");
-  EXPECT_EQ(encodePathForPreferences("/tmp/100%"), "/tmp/100%25");
-  EXPECT_EQ(encodePathForPreferences("/tmp/caf\xc3\xa9"), "/tmp/caf%C3%A9");
-  EXPECT_EQ(encodePathForPreferences("/tmp/caf\xe9"), "/tmp/caf%E9");
-  EXPECT_EQ(encodePathForPreferences("/tmp/a\nb"), "/tmp/a%0Ab");
+  EXPECT_EQ(encodePathForPreferences("/tmp/100%/caf\xc3\xa9/caf\xe9/a\nb"),
+            "/tmp/100%25/caf%C3%A9/caf%E9/a%0Ab");
 }
 
 TEST(Preferences, RegisteredDefaultsApplyUntilTheUserSetsAKey) {
-  test::AppEnvironment env;
+  test::DesktopEnvironment env;
   registerDefaultPreferences();
   QSettings settings = userSettings();
   EXPECT_EQ(preferenceValue(settings, kSkipPackagesKey), QVariant(true));
@@ -65,19 +60,8 @@ void storeAwkwardScanSettings() {
   ASSERT_EQ(settings.status(), QSettings::NoError);
 }
 
-TEST(Preferences, ScanSettingsComeBackIdenticalFromAnyThread) {
-  test::AppEnvironment env;
-  storeAwkwardScanSettings();
-  ScanSettings read;
-  std::thread reader([&] { read = readScanSettings(); });
-  reader.join();
-  EXPECT_FALSE(read.skipPackages);
-  EXPECT_EQ(read.excludedPaths, kAwkwardPaths);
-  EXPECT_EQ(read.excludedFilePatterns, kAwkwardPatterns);
-}
-
 // What a separate process, with nothing cached, reads from the settings file.
-QByteArray scanSettingsReadByAnotherProcess(const test::AppEnvironment& env) {
+QByteArray scanSettingsReadByAnotherProcess(const test::DesktopEnvironment& env) {
   QProcess probe;
   probe.setProcessEnvironment(env.processEnvironment());
   probe.start(QStringLiteral(TW_SETTINGS_PROBE), {});
@@ -89,21 +73,24 @@ QByteArray hex(const std::string& bytes) {
   return QByteArray::fromStdString(bytes).toHex();
 }
 
-TEST(Preferences, ScanSettingsSurviveARestart) {
-  test::AppEnvironment env;
+TEST(Preferences, ScanSettingsComeBackIdenticalFromAnyThreadAndAfterARestart) {
+  test::DesktopEnvironment env;
   storeAwkwardScanSettings();
+  ScanSettings read;
+  std::thread reader([&] { read = readScanSettings(); });
+  reader.join();
+  EXPECT_FALSE(read.skipPackages);
+  EXPECT_EQ(read.excludedPaths, kAwkwardPaths);
+  EXPECT_EQ(read.excludedFilePatterns, kAwkwardPatterns);
+
   QByteArray expected = "skip 0\n";
-  for (const std::string& p : kAwkwardPaths) {
-    expected += "path " + QByteArray::fromStdString(p).toHex() + "\n";
-  }
-  for (const std::string& p : kAwkwardPatterns) {
-    expected += "pattern " + QByteArray::fromStdString(p).toHex() + "\n";
-  }
+  for (const std::string& p : kAwkwardPaths) expected += "path " + hex(p) + "\n";
+  for (const std::string& p : kAwkwardPatterns) expected += "pattern " + hex(p) + "\n";
   EXPECT_EQ(scanSettingsReadByAnotherProcess(env), expected);
 }
 
 TEST(Preferences, SingleEntryListsStayLists) {
-  test::AppEnvironment env;
+  test::DesktopEnvironment env;
   QSettings settings = userSettings();
   setPathListPreference(settings, kExcludedPathsKey, {"/only/one"});
   settings.setValue(kExcludedFilePatternsKey, QStringList{"x,y"});

@@ -14,10 +14,10 @@
 #include "app/application.h"
 #include "app/main_window.h"
 #include "app/scan_completion_prompts.h"
-#include "app_test_support.h"
 #include "gtest/gtest.h"
 #include "platform/launcher_progress.h"
 #include "store/scan_store.h"
+#include "support/desktop_environment.h"
 
 namespace tw {
 namespace {
@@ -75,7 +75,7 @@ class ScanSessionTest : public ::testing::Test {
     QApplication::processEvents();
   }
 
-  test::AppEnvironment env_;
+  test::DesktopEnvironment env_;
   Application app_;
   MainWindow* window_ = nullptr;
   ScanSession* session_ = nullptr;
@@ -181,7 +181,7 @@ TEST(ScanResultName, FallsBackToTheLastComponentThenTheRootDisk) {
   EXPECT_FALSE(rootDiskName().empty());
 }
 
-TEST_F(ScanSessionTest, ProgressShowsInTheTitleAndTheLauncher) {
+TEST_F(ScanSessionTest, ProgressShowsInTheTitleAndTheLauncherWhichSendsOnlyChanges) {
   session_->beginPersistentScan();
   session_->showScanProgress(0.42);
   EXPECT_EQ(window_->windowTitle(), "Tarnwell — 42%");
@@ -191,9 +191,8 @@ TEST_F(ScanSessionTest, ProgressShowsInTheTitleAndTheLauncher) {
   session_->endPersistentScanCompleted(true);
   EXPECT_EQ(window_->windowTitle(), "Tarnwell");
   EXPECT_FALSE(session_->launcher().isVisible());
-}
 
-TEST(LauncherProgress, SendsTheUpdatePropertiesOnlyWhenTheyChange) {
+  // The launcher sends its update properties only when they change.
   std::vector<QVariantMap> sent;
   LauncherProgress launcher([&](const QVariantMap& properties) { sent.push_back(properties); });
   launcher.clear();  // nothing shown: nothing to clear
@@ -251,7 +250,7 @@ TEST_F(ScanSessionTest, BrowserItemsActOnlyWhileABrowserShows) {
 }
 
 TEST(ScanSessionRestore, OneUnreadableScanAlertAndRootsKeptForTheOverview) {
-  test::AppEnvironment env;
+  test::DesktopEnvironment env;
   const std::string history = env.libraryFolder() + "/History";
   ::mkdir(env.libraryFolder().c_str(), 0700);
   ::mkdir(history.c_str(), 0700);

@@ -13,16 +13,16 @@
 #include "app/main_window.h"
 #include "app/scan_completion_prompts.h"
 #include "app/scan_session.h"
-#include "app_test_support.h"
 #include "browser/scan_browser.h"
 #include "browser/scan_children_model.h"
 #include "overview/overview_controller.h"
+#include "support/desktop_environment.h"
 
 namespace tw {
 namespace {
 
 TEST(ScanToBrowser, ScannedFolderIsSavedOfferedAndBrowsedThroughTheMenus) {
-  test::AppEnvironment env;
+  test::DesktopEnvironment env;
   test::TempTree tree;
   const std::string folder = tree.folder("photos");
   tree.file("photos/big.raw", 64 * 1024);

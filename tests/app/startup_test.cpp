@@ -8,15 +8,14 @@
 #include <QStyle>
 #include <QThreadPool>
 #include <QTimer>
-#include <fstream>
 
 #include "app/application.h"
 #include "app/instance_lock.h"
 #include "app/main_window.h"
 #include "app/preferences.h"
-#include "app_test_support.h"
 #include "gtest/gtest.h"
 #include "overview/overview_view.h"
+#include "support/desktop_environment.h"
 
 namespace tw {
 namespace {
@@ -27,7 +26,7 @@ bool exists(const std::string& path) {
 }
 
 void touch(const std::string& path, time_t mtime) {
-  std::ofstream(path) << "x";
+  test::writeFile(path, "x");
   struct timespec times[2] = {{mtime, 0}, {mtime, 0}};
   ::utimensat(AT_FDCWD, path.c_str(), times, 0);
 }
@@ -40,69 +39,62 @@ void expectColour(const QColor& actual, double r, double g, double b, double a =
   EXPECT_NEAR(actual.alphaF(), a, 1.0 / 255);
 }
 
-TEST(Startup, RunsEveryStepInOrderAndClearsTheScanMarker) {
-  test::AppEnvironment env;
-  ::mkdir(env.libraryFolder().c_str(), 0700);
+TEST(Startup, RunsEveryStepShowsTheDarkMainWindowAndReleasesTheLockOnExit) {
+  test::DesktopEnvironment env;
+  const std::string lock = env.libraryFolder() + "/Instance.lock";
   const std::string marker = env.libraryFolder() + "/ScanInProgress";
-  std::ofstream(marker).flush();
-  ASSERT_TRUE(exists(marker));
+  test::writeFile(marker, "");
+  {
+    Application app;
+    ASSERT_EQ(app.start(), Application::Launch::Running);
+    EXPECT_EQ(app.startupSteps(),
+              QStringList({"icon", "defaults", "lock", "listen", "appearance", "marker", "menus",
+                           "window", "overview", "restore"}));
+    EXPECT_FALSE(exists(marker));
+    EXPECT_TRUE(app.holdsInstanceLock());
+    InstanceLock other;
+    EXPECT_TRUE(other.acquire(lock).has_value());
+    EXPECT_TRUE(defaultPreferencesRegistered());
+    EXPECT_FALSE(QApplication::windowIcon().isNull());
+    EXPECT_EQ(QGuiApplication::desktopFileName(), "org.tarnwell.Tarnwell");
 
-  Application app;
-  ASSERT_EQ(app.start(), Application::Launch::Running);
-  EXPECT_EQ(app.startupSteps(), QStringList({"icon", "defaults", "lock", "listen", "appearance",
-                                             "marker", "menus", "window", "overview", "restore"}));
-  EXPECT_FALSE(exists(marker));
-  EXPECT_TRUE(app.holdsInstanceLock());
-  EXPECT_TRUE(exists(env.libraryFolder() + "/Instance.lock"));
-  EXPECT_TRUE(defaultPreferencesRegistered());
-  EXPECT_FALSE(QApplication::windowIcon().isNull());
-  EXPECT_EQ(QGuiApplication::desktopFileName(), "org.tarnwell.Tarnwell");
-  QThreadPool::globalInstance()->waitForDone();
-}
+    MainWindow* window = app.mainWindow();
+    ASSERT_NE(window, nullptr);
+    EXPECT_TRUE(window->isVisible());
+    EXPECT_EQ(window->windowTitle(), "Tarnwell");
+    EXPECT_EQ(window->size(), QSize(980, 650));
+    window->resize(500, 300);
+    EXPECT_EQ(window->size(), QSize(760, 500));  // the minimum
+    ASSERT_NE(qobject_cast<OverviewView*>(window->overviewWidget()), nullptr);
+    EXPECT_TRUE(window->isShowingOverview());
+    EXPECT_TRUE(window->overviewWidget()->isVisible());
+    EXPECT_TRUE(window->menus().scanFolder->isEnabled());
 
-TEST(Startup, MainWindowHasItsSizesTitleAndShowsTheOverview) {
-  test::AppEnvironment env;
-  Application app;
-  ASSERT_EQ(app.start(), Application::Launch::Running);
-  MainWindow* window = app.mainWindow();
-  ASSERT_NE(window, nullptr);
-  EXPECT_TRUE(window->isVisible());
-  EXPECT_EQ(window->windowTitle(), "Tarnwell");
-  EXPECT_EQ(window->size(), QSize(980, 650));
-  EXPECT_EQ(window->minimumSize(), QSize(760, 500));
-  window->resize(500, 300);
-  EXPECT_EQ(window->size(), QSize(760, 500));
-  ASSERT_NE(qobject_cast<OverviewView*>(window->overviewWidget()), nullptr);
-  EXPECT_TRUE(window->isShowingOverview());
-  EXPECT_TRUE(window->overviewWidget()->isVisible());
-  EXPECT_TRUE(window->menus().scanFolder->isEnabled());
-  QThreadPool::globalInstance()->waitForDone();
-}
-
-TEST(Startup, DarkAppearanceIsFusionWithTarnwellsColours) {
-  test::AppEnvironment env;
-  Application app;
-  ASSERT_EQ(app.start(), Application::Launch::Running);
-  auto* style = qobject_cast<QProxyStyle*>(QApplication::style());
-  ASSERT_NE(style, nullptr);
-  EXPECT_EQ(style->baseStyle()->name(), "fusion");
-  const QPalette palette = app.mainWindow()->palette();
-  expectColour(palette.color(QPalette::Window), 0.105, 0.114, 0.137);
-  expectColour(palette.color(QPalette::Base), 0.135, 0.145, 0.172);
-  expectColour(palette.color(QPalette::WindowText), 0.92, 0.92, 0.92);
-  expectColour(palette.color(QPalette::Text), 0.92, 0.92, 0.92);
-  expectColour(palette.color(QPalette::PlaceholderText), 0.62, 0.62, 0.62);
-  expectColour(palette.color(QPalette::Highlight), 0x0A / 255.0, 0x84 / 255.0, 1.0);
-
-  // What is painted, not only what is set: a corner of the overview is the background.
-  const QImage image = app.mainWindow()->overviewWidget()->grab().toImage();
-  ASSERT_FALSE(image.isNull());
-  expectColour(image.pixelColor(4, 4), 0.105, 0.114, 0.137);
-  QThreadPool::globalInstance()->waitForDone();
+    // The dark appearance is Fusion with Tarnwell's colours.
+    auto* style = qobject_cast<QProxyStyle*>(QApplication::style());
+    ASSERT_NE(style, nullptr);
+    EXPECT_EQ(style->baseStyle()->name(), "fusion");
+    const QPalette palette = window->palette();
+    expectColour(palette.color(QPalette::Window), 0.105, 0.114, 0.137);
+    expectColour(palette.color(QPalette::Base), 0.135, 0.145, 0.172);
+    expectColour(palette.color(QPalette::WindowText), 0.92, 0.92, 0.92);
+    expectColour(palette.color(QPalette::Text), 0.92, 0.92, 0.92);
+    expectColour(palette.color(QPalette::PlaceholderText), 0.62, 0.62, 0.62);
+    expectColour(palette.color(QPalette::Highlight), 0x0A / 255.0, 0x84 / 255.0, 1.0);
+    // What is painted, not only what is set: a corner of the overview is the background.
+    const QImage image = window->overviewWidget()->grab().toImage();
+    ASSERT_FALSE(image.isNull());
+    expectColour(image.pixelColor(4, 4), 0.105, 0.114, 0.137);
+    QThreadPool::globalInstance()->waitForDone();
+  }
+  // Exit releases the lock and keeps the lock file.
+  EXPECT_TRUE(exists(lock));
+  InstanceLock next;
+  EXPECT_FALSE(next.acquire(lock).has_value());
 }
 
 TEST(Startup, ClosingTheMainWindowQuitsTheApplication) {
-  test::AppEnvironment env;
+  test::DesktopEnvironment env;
   Application app;
   ASSERT_EQ(app.start(), Application::Launch::Running);
   QTimer::singleShot(0, app.mainWindow(), [&] { app.mainWindow()->close(); });
@@ -114,25 +106,9 @@ TEST(Startup, ClosingTheMainWindowQuitsTheApplication) {
   QThreadPool::globalInstance()->waitForDone();
 }
 
-TEST(Startup, ExitReleasesTheLockAndKeepsTheLockFile) {
-  test::AppEnvironment env;
-  {
-    Application app;
-    ASSERT_EQ(app.start(), Application::Launch::Running);
-    InstanceLock other;
-    EXPECT_TRUE(other.acquire(env.libraryFolder() + "/Instance.lock").has_value());
-    QThreadPool::globalInstance()->waitForDone();
-  }
-  EXPECT_TRUE(exists(env.libraryFolder() + "/Instance.lock"));
-  InstanceLock next;
-  EXPECT_FALSE(next.acquire(env.libraryFolder() + "/Instance.lock").has_value());
-}
-
 TEST(Startup, LeftoverPendingFilesAreRemovedOnlyWhenOldOnceTheLockIsHeld) {
-  test::AppEnvironment env;
+  test::DesktopEnvironment env;
   const std::string library = env.libraryFolder();
-  ::mkdir(library.c_str(), 0700);
-  ::mkdir((library + "/History").c_str(), 0700);
   const time_t now = ::time(nullptr);
   const time_t old = now - 11 * 60;
   touch(library + "/LastScan-0F2A.pending", old);

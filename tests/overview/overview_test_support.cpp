@@ -1,12 +1,8 @@
 #include "overview_test_support.h"
 
-#include <sys/stat.h>
-
-#include <QApplication>
+#include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QSettings>
 #include <QThread>
-#include <cstdlib>
 
 namespace tw {
 
@@ -22,45 +18,6 @@ void OverviewControllerTestAccess::staleCompletion(OverviewController& c, const 
 }
 
 namespace test {
-
-namespace {
-const char* const kVariables[4] = {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"};
-}
-
-QApplication& application() {
-  static int argc = 1;
-  static char name[] = "overview_tests";
-  static char* argv[] = {name, nullptr};
-  static QApplication* app = new QApplication(argc, argv);
-  return *app;
-}
-
-OverviewEnvironment::OverviewEnvironment() {
-  const std::string values[4] = {tree.folder("home"), tree.folder("home/.local/share"),
-                                 tree.folder("home/.config"), tree.folder("run")};
-  ::chmod(values[3].c_str(), 0700);
-  for (int i = 0; i < 4; ++i) {
-    if (const char* old = std::getenv(kVariables[i])) {
-      had_[i] = true;
-      saved_[i] = old;
-    }
-    ::setenv(kVariables[i], values[i].c_str(), 1);
-  }
-  application();
-  QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope,
-                     QString::fromStdString(values[2]));
-  QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, QString::fromStdString(values[2]));
-}
-
-OverviewEnvironment::~OverviewEnvironment() {
-  for (int i = 0; i < 4; ++i) {
-    if (had_[i]) {
-      ::setenv(kVariables[i], saved_[i].c_str(), 1);
-    } else {
-      ::unsetenv(kVariables[i]);
-    }
-  }
-}
 
 std::unique_ptr<OverviewController> makeController(Recorder& r, std::vector<OverviewDisk> disks,
                                                    std::function<bool(const std::string&)> access) {

@@ -1,5 +1,5 @@
-// A private world for overview tests: temporary HOME and XDG folders with the settings file there,
-// the process's one QApplication, a controller with an injected disk list, and event-loop waits.
+// Overview test helpers: the shared desktop world, a controller with an injected disk list and
+// every handler recorded, and event-loop waits.
 #pragma once
 
 #include <QString>
@@ -12,9 +12,7 @@
 #include <vector>
 
 #include "overview/overview_controller.h"
-#include "support/temp_tree.h"
-
-class QApplication;
+#include "support/desktop_environment.h"
 
 namespace tw {
 
@@ -26,21 +24,7 @@ struct OverviewControllerTestAccess {
 
 namespace test {
 
-QApplication& application();
-
-class OverviewEnvironment {
- public:
-  OverviewEnvironment();
-  ~OverviewEnvironment();
-  OverviewEnvironment(const OverviewEnvironment&) = delete;
-  OverviewEnvironment& operator=(const OverviewEnvironment&) = delete;
-
-  TempTree tree;  // "home" and "data" live in it; tests add their folders beside them
-
- private:
-  std::string saved_[4];
-  bool had_[4] = {};
-};
+using OverviewEnvironment = DesktopEnvironment;
 
 // What the handlers and signals of one controller reported.
 struct Recorder {
