@@ -5,12 +5,10 @@
 #include <gtest/gtest.h>
 
 #include <QAbstractButton>
-#include <QApplication>
 #include <QLabel>
 #include <QMimeData>
 #include <QSignalSpy>
 #include <QTest>
-#include <cstdlib>
 
 #include "browser/breadcrumb_bar.h"
 #include "browser/preview_window.h"
@@ -18,6 +16,7 @@
 #include "browser/scan_list_view.h"
 #include "browser/sunburst_view.h"
 #include "browser/volume_presentation.h"
+#include "browser_test_support.h"
 #include "platform/file_url.h"
 #include "store/scan_store.h"
 #include "support/scan_trees.h"
@@ -32,43 +31,10 @@ using test::addFolder;
 using test::makeFolderRoot;
 using test::TempTree;
 
-// One QApplication for the binary, in a private HOME and XDG world.
-class BrowserEnvironment : public ::testing::Environment {
- public:
-  void SetUp() override {
-    for (const char* name : {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"})
-      ::setenv(name, tree_.folder(name).c_str(), 1);
-    const std::string runtime = tree_.folder("run");
-    ::chmod(runtime.c_str(), 0700);
-    ::setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
-    static int argc = 1;
-    static char name[] = "scan_browser_test";
-    static char* argv[] = {name, nullptr};
-    app_ = std::make_unique<QApplication>(argc, argv);
-  }
-  void TearDown() override { app_.reset(); }
-
- private:
-  TempTree tree_;
-  std::unique_ptr<QApplication> app_;
-};
-[[maybe_unused]] ::testing::Environment* const kEnvironment =
-    ::testing::AddGlobalTestEnvironment(new BrowserEnvironment);
-
-// A layout for which nothing is a disk, so hand-built trees stay folder scans.
-class NoDisks final : public VolumeLayout {
- public:
-  std::optional<VolumeInfo> volumeForPath(const std::string&) const override { return {}; }
-  bool mayHaveClones(int) const override { return false; }
-  std::optional<CloneAttributes> cloneAttributes(int, const char*,
-                                                 const struct statx&) const override {
-    return {};
-  }
-};
-
+// Nothing is a disk (the only one is elsewhere), so hand-built trees stay folder scans.
 ScanBrowser::Options quietOptions() {
   ScanBrowser::Options options;
-  options.volumeLayout = std::make_shared<NoDisks>();
+  options.volumeLayout = std::make_shared<test::TestVolumeLayout>("/no-disk-here");
   options.openTerminal = [](const std::string&) {};
   options.revealInFiles = [](const std::vector<std::string>&) {};
   return options;
@@ -168,17 +134,7 @@ TEST_F(ScanBrowserTest, BreadcrumbsSevenLevelsDeepShowFirstPlaceholderAndLastThr
   EXPECT_EQ(browser_->backHistory().back(), deepest_);
 }
 
-TEST_F(ScanBrowserTest, ListLeavesOutEmptyItemsAndItemsInTheDeleteQueue) {
-  EXPECT_EQ(listedNames(*browser_),
-            (test::Names{"a", "notes.txt", std::string(kSmallerObjectsName)}));
-  browser_->setIsNodeRepresentedInCollector(
-      [this](const ScanNode* node) { return node == notes_; });
-  EXPECT_EQ(listedNames(*browser_), (test::Names{"a", std::string(kSmallerObjectsName)}));
-  EXPECT_TRUE(browser_->visibleChildrenForNode(notes_).empty());
-  EXPECT_TRUE(browser_->visibleChildrenForNode(nullptr).empty());
-}
-
-TEST_F(ScanBrowserTest, ChartClicksOpenFoldersAndSelectRowsOfEverythingElse) {
+TEST_F(ScanBrowserTest, ChartClicksOpenFoldersSelectOtherRowsAndTheListSkipsEmptyAndQueuedItems) {
   SunburstView* chart = browser_->sunburstView();
   emit chart->didChooseNode(notes_);
   EXPECT_EQ(browser_->currentNode(), root_.get());
@@ -191,6 +147,15 @@ TEST_F(ScanBrowserTest, ChartClicksOpenFoldersAndSelectRowsOfEverythingElse) {
   browser_->navigateBack();
   emit chart->didChooseNode(a_);
   EXPECT_EQ(browser_->currentNode(), a_);
+  browser_->navigateBack();
+
+  EXPECT_EQ(listedNames(*browser_),
+            (test::Names{"a", "notes.txt", std::string(kSmallerObjectsName)}));
+  browser_->setIsNodeRepresentedInCollector(
+      [this](const ScanNode* node) { return node == notes_; });
+  EXPECT_EQ(listedNames(*browser_), (test::Names{"a", std::string(kSmallerObjectsName)}));
+  EXPECT_TRUE(browser_->visibleChildrenForNode(notes_).empty());
+  EXPECT_TRUE(browser_->visibleChildrenForNode(nullptr).empty());
 }
 
 TEST_F(ScanBrowserTest, HoverPreviewRetitlesAndListsThePreviewedFolder) {

@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <numbers>
 
 #include "browser/sunburst_angles.h"
@@ -48,24 +47,14 @@ TEST(SunburstGeometry, ScaleFollowsShorterSideAndNeverExceedsOne) {
   EXPECT_NEAR(SunburstLayout::scaleForSize(121, 900), 0.23, 1e-12);
 }
 
-TEST(SunburstGeometry, AnglesRunClockwiseFromTwelveOClock) {
-  EXPECT_EQ(sunburst::angleOfOffset(0, -10), 0.0);
-  EXPECT_NEAR(sunburst::angleOfOffset(10, 0), kPi / 2, 1e-12);
-  EXPECT_NEAR(sunburst::angleOfOffset(0, 10), kPi, 1e-12);
-  EXPECT_NEAR(sunburst::angleOfOffset(-10, 0), 1.5 * kPi, 1e-12);
-  EXPECT_NEAR(sunburst::angleOfOffset(-1e-9, -10), 2 * kPi, 1e-9);
-  EXPECT_LT(sunburst::angleOfOffset(-1e-9, -10), 2 * kPi);
-  // Qt: 90° is twelve o'clock, 0° three o'clock; a clockwise sweep is negative.
-  EXPECT_NEAR(sunburst::qtDegreesForAngle(0), 90, 1e-12);
-  EXPECT_NEAR(sunburst::qtDegreesForAngle(kPi / 2), 0, 1e-12);
-  EXPECT_NEAR(sunburst::qtSweepDegrees(0, kPi / 2), -90, 1e-12);
-}
-
 TEST(SunburstLayoutTest, ChildrenShareTheCircleInStoredOrder) {
   ScanNodeRef root = makeFolderRoot(4);
   addFolder(root.get(), "big", 3);
   addFolder(root.get(), "small", 1);
-  const SunburstLayout layout = layoutFor(root);
+  SunburstLayout layout;
+  // With two sub-folders the midpoints of the shares win over a remembered position.
+  layout.rememberColorPosition(root.get(), 0.61);
+  layout.setRootNode(root);
   const auto& s = layout.segments();
   ASSERT_EQ(s.size(), 2u);
   EXPECT_EQ(s[0].node->name(), "big");
@@ -166,18 +155,14 @@ TEST(SunburstLayoutTest, VolumeRootFillsOnlyItsUsedShare) {
   auto [x, y] = at(kPi, 60);
   EXPECT_EQ(layout.segmentAtOffset(x, y, 1), nullptr);
 
-  // A capacity smaller than the size is capped: the whole circle.
-  root->setVolumeCapacity(100);
-  layout.rebuildSegments();
-  EXPECT_EQ(layout.segments()[0].startAngle, 0.0);
-  // No capacity recorded, or not a volume root: the whole circle.
-  root->setVolumeCapacity(0);
-  layout.rebuildSegments();
-  EXPECT_EQ(layout.segments()[0].startAngle, 0.0);
-  root->setVolumeCapacity(1000);
-  root->setVolumeRoot(false);
-  layout.rebuildSegments();
-  EXPECT_EQ(layout.segments()[0].startAngle, 0.0);
+  // A capacity below the size (capped), none recorded, or not a volume root: the whole circle.
+  for (const auto& [capacity, volumeRoot] :
+       {std::pair<uint64_t, bool>{100, true}, {0, true}, {1000, false}}) {
+    root->setVolumeCapacity(capacity);
+    root->setVolumeRoot(volumeRoot);
+    layout.rebuildSegments();
+    EXPECT_EQ(layout.segments()[0].startAngle, 0.0) << capacity;
+  }
 }
 
 TEST(SunburstLayoutTest, ArcsThinnerThanCutOffLeaveAGapAndAreNotRead) {
@@ -253,16 +238,6 @@ TEST(SunburstLayoutTest, RememberedPositionAppliesToASoleSubfolderAtTheFirstRing
   EXPECT_EQ(s[0].colorPosition, 0.61);
   EXPECT_DOUBLE_EQ(s[1].colorPosition, 0.5);  // a sole sub-folder deeper down: its midpoint
   EXPECT_EQ(s[3].colorPosition, 0.0);
-
-  // With two sub-folders the midpoints of the shares win: sizes 3 and 1 give 0.375 and 0.875.
-  ScanNodeRef two = makeFolderRoot(4, "/two");
-  addFolder(two.get(), "a", 3);
-  addFolder(two.get(), "b", 1);
-  SunburstLayout other;
-  other.rememberColorPosition(two.get(), 0.61);
-  other.setRootNode(two);
-  EXPECT_DOUBLE_EQ(other.segments()[0].colorPosition, 0.375);
-  EXPECT_DOUBLE_EQ(other.segments()[1].colorPosition, 0.875);
 }
 
 TEST(SunburstLayoutTest, ZoomingInKeepsTheFolderColourAndVideoFoldersGetAFixedOne) {
@@ -349,7 +324,7 @@ TEST(SunburstColours, VirtualThenCloneThenFolderElseGrey) {
   EXPECT_EQ(layout.colorForNode(root.get()), std::nullopt);
 }
 
-TEST(SunburstHitTesting, BoundariesBelongToTheLaterSegment) {
+TEST(SunburstHitTesting, AnglesRunClockwiseFromTwelveAndBoundariesBelongToTheLaterSegment) {
   ScanNodeRef root = makeFolderRoot(2);
   ScanNode* first = addFolder(root.get(), "first", 1);
   ScanNode* second = addFolder(root.get(), "second", 1);
@@ -362,6 +337,8 @@ TEST(SunburstHitTesting, BoundariesBelongToTheLaterSegment) {
   EXPECT_EQ(layout.segmentAtOffset(0, -60, 1)->node, first);
   EXPECT_EQ(layout.segmentAtOffset(60, 0, 1)->node, first);
   EXPECT_EQ(layout.segmentAtOffset(-60, 0, 1)->node, second);
+  EXPECT_EQ(layout.segmentAtOffset(-1e-9, -60, 1)->node, second);  // just short of a full turn
+  EXPECT_LT(sunburst::angleOfOffset(-1e-9, -10), 2 * kPi);
   // Radii are inclusive at both edges; the gaps between rings hit nothing.
   EXPECT_EQ(layout.segmentAtOffset(-52, 0, 1)->node, second);
   EXPECT_EQ(layout.segmentAtOffset(-82, 0, 1)->node, second);
@@ -371,19 +348,17 @@ TEST(SunburstHitTesting, BoundariesBelongToTheLaterSegment) {
   EXPECT_EQ(layout.segmentAtOffset(-114.1, 0, 1), nullptr);
   // The inner ring of "first" is empty (it has no children).
   EXPECT_EQ(layout.segmentAtOffset(100, 0, 1), nullptr);
-}
-
-TEST(SunburstHitTesting, RadiiScaleWithTheView) {
-  ScanNodeRef root = makeFolderRoot(1);
-  addFolder(root.get(), "all", 1);
-  const SunburstLayout layout = layoutFor(root);
-  // At half size ring 0 spans 26 to 41 pixels.
-  EXPECT_EQ(layout.segmentAtOffset(0, 45, 0.5), nullptr);
-  EXPECT_NE(layout.segmentAtOffset(0, 41, 0.5), nullptr);
-  EXPECT_NE(layout.segmentAtOffset(0, -26, 0.5), nullptr);
+  // Radii scale with the view: at half size ring 0 spans 26 to 41 pixels, the disc is below 25.
+  EXPECT_EQ(layout.segmentAtOffset(0, 41, 0.5)->node, second);
+  EXPECT_EQ(layout.segmentAtOffset(0, 41.5, 0.5), nullptr);
+  EXPECT_EQ(layout.segmentAtOffset(0, -26, 0.5)->node, first);
   EXPECT_EQ(layout.segmentAtOffset(0, -25.9, 0.5), nullptr);
   EXPECT_TRUE(SunburstLayout::isInCentreDisc(0, 24.9, 0.5));
   EXPECT_FALSE(SunburstLayout::isInCentreDisc(0, 25, 0.5));
+  // Qt: 90° is twelve o'clock, 0° three o'clock; a clockwise sweep is negative.
+  EXPECT_NEAR(sunburst::qtDegreesForAngle(0), 90, 1e-12);
+  EXPECT_NEAR(sunburst::qtDegreesForAngle(kPi / 2), 0, 1e-12);
+  EXPECT_NEAR(sunburst::qtSweepDegrees(0, kPi / 2), -90, 1e-12);
 }
 
 }  // namespace

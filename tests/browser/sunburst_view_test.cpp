@@ -3,15 +3,13 @@
 
 #include <gtest/gtest.h>
 
-#include <QApplication>
 #include <QImage>
 #include <QSignalSpy>
 #include <QTest>
-#include <cmath>
 #include <numbers>
 
-#include "browser/sunburst_angles.h"
 #include "browser/sunburst_colors.h"
+#include "browser_test_support.h"
 #include "support/scan_trees.h"
 
 namespace tw {
@@ -22,22 +20,6 @@ using test::addFolder;
 using test::makeFolderRoot;
 
 constexpr double kPi = std::numbers::pi;
-
-class QtApplication : public ::testing::Environment {
- public:
-  void SetUp() override {
-    static int argc = 1;
-    static char name[] = "sunburst_view_test";
-    static char* argv[] = {name, nullptr};
-    app_ = std::make_unique<QApplication>(argc, argv);
-  }
-  void TearDown() override { app_.reset(); }
-
- private:
-  std::unique_ptr<QApplication> app_;
-};
-[[maybe_unused]] ::testing::Environment* const kQtEnvironment =
-    ::testing::AddGlobalTestEnvironment(new QtApplication);
 
 // Two folders sharing the circle ("left" [0, π] and "right" [π, 2π] in chart angles, so the first
 // lies on the right half of the screen), the second with one file inside.
@@ -54,13 +36,7 @@ class SunburstViewTest : public ::testing::Test {
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&view_));
   }
 
-  // The widget point at chart angle `angle` and unscaled radius `radius`.
-  QPoint pointAt(double angle, double radius) const {
-    const double r = radius * view_.chartScale();
-    const QPointF p =
-        view_.chartCenter() + QPointF(sunburst::offsetXAt(angle, r), sunburst::offsetYAt(angle, r));
-    return p.toPoint();
-  }
+  QPoint pointAt(double angle, double radius) const { return test::pointAt(view_, angle, radius); }
   QColor pixelAt(double angle, double radius) {
     return view_.grab().toImage().pixelColor(pointAt(angle, radius));
   }
@@ -101,7 +77,7 @@ TEST_F(SunburstViewTest, PointerMovesReportEachNewHoveredNodeOnce) {
   EXPECT_EQ(view_.hoveredSegment(), nullptr);
 }
 
-TEST_F(SunburstViewTest, ClicksSelectSegmentsAndEmptySpaceKeepsTheSelection) {
+TEST_F(SunburstViewTest, ClicksSelectSegmentsCentreAsksForTheParentAndNewRootsClearTheSelection) {
   QSignalSpy chosen(&view_, &SunburstView::didChooseNode);
   QSignalSpy parent(&view_, &SunburstView::didRequestParent);
   QTest::mouseClick(&view_, Qt::LeftButton, {}, pointAt(1.5 * kPi, 100));
@@ -119,14 +95,10 @@ TEST_F(SunburstViewTest, ClicksSelectSegmentsAndEmptySpaceKeepsTheSelection) {
   QTest::mouseClick(&view_, Qt::LeftButton, {}, pointAt(kPi, 67));
   ASSERT_EQ(chosen.count(), 2);
   EXPECT_EQ(chosen[1][0].value<ScanNode*>(), second_);
-}
 
-TEST_F(SunburstViewTest, CentreClickAsksForTheParentAndNewRootsClearTheSelection) {
-  view_.setSelectedNode(first_);
   view_.setRootNode(second_->ref());
   EXPECT_EQ(view_.selectedNode(), nullptr);
   ASSERT_EQ(view_.segments().size(), 1u);
-  QSignalSpy parent(&view_, &SunburstView::didRequestParent);
   QTest::mouseClick(&view_, Qt::LeftButton, {}, pointAt(0.3, 49));
   EXPECT_EQ(parent.count(), 1);
 }
@@ -150,6 +122,12 @@ TEST_F(SunburstViewTest, PaintsFoldersByHueOnTheirSideOfTheCircle) {
       teal = c.green() > 150 && c.red() < 120;
     }
   EXPECT_TRUE(teal);
+  // The browser takes the same colours for its list and title.
+  EXPECT_EQ(view_.colorForNode(first_), toQColor(sunburst::hueColor(0.25, 0)));
+  EXPECT_EQ(view_.colorForNode(root_.get()), std::nullopt);
+  EXPECT_EQ(view_.rootColor(), toQColor(sunburst::kAccentTeal));
+  view_.setRootNode(second_->ref());
+  EXPECT_EQ(view_.rootColor(), toQColor(sunburst::hueColor(0.75, 0)));
 }
 
 TEST_F(SunburstViewTest, HoverListHoverAndSelectionChangeTheFill) {
@@ -197,12 +175,25 @@ TEST_F(SunburstViewTest, EmptyFolderShowsAFaintRingAndAMessage) {
   EXPECT_EQ(pixelsAbove, 0);
 }
 
-TEST_F(SunburstViewTest, ColoursForTheBrowser) {
-  EXPECT_EQ(view_.colorForNode(first_), toQColor(sunburst::hueColor(0.25, 0)));
-  EXPECT_EQ(view_.colorForNode(root_.get()), std::nullopt);
-  EXPECT_EQ(view_.rootColor(), toQColor(sunburst::kAccentTeal));
-  view_.setRootNode(second_->ref());
-  EXPECT_EQ(view_.rootColor(), toQColor(sunburst::hueColor(0.75, 0)));
+TEST_F(SunburstViewTest, ListHoverRedrawsOnlyWhenTheNodeChanges) {
+  struct PaintCounter : QObject {
+    int paints = 0;
+    bool eventFilter(QObject*, QEvent* event) override {
+      paints += event->type() == QEvent::Paint;
+      return false;
+    }
+  } counter;
+  view_.installEventFilter(&counter);
+  view_.setListHoveredNode(first_);
+  QTest::qWait(50);
+  const int afterChange = counter.paints;
+  EXPECT_GE(afterChange, 1);
+  view_.setListHoveredNode(first_);
+  QTest::qWait(50);
+  EXPECT_EQ(counter.paints, afterChange);
+  view_.setListHoveredNode(nullptr);
+  QTest::qWait(50);
+  EXPECT_GT(counter.paints, afterChange);
 }
 
 }  // namespace

@@ -33,7 +33,7 @@ class OverviewViewTest : public ::testing::Test {
   OverviewDisk efi{"/boot/efi", "EFI", 500000000, 400000000, 0, true, false};
 };
 
-TEST_F(OverviewViewTest, RowsShowDiskFiguresAndFolderStates) {
+TEST_F(OverviewViewTest, RowsShowDiskFiguresFolderStatesAndTheirMenusInOrder) {
   auto c = makeController(recorder, {disk});
   c->addFolder("/data/music");
   OverviewView view(c.get());
@@ -50,61 +50,49 @@ TEST_F(OverviewViewTest, RowsShowDiskFiguresAndFolderStates) {
   auto* folderRow = qobject_cast<FolderRowWidget*>(view.rowWidget("/data/music"));
   ASSERT_NE(folderRow, nullptr);
   EXPECT_EQ(folderRow->statusLabel()->text(), "local folder");
-  EXPECT_EQ(folderRow->starButton()->accessibleName(), "Star folder");
-  EXPECT_EQ(folderRow->menuButton()->accessibleName(), "Row actions");
   EXPECT_EQ(folderRow->accessibleName(), "music, Scan");
+  EXPECT_EQ(folderRow->starButton()->accessibleName(), "Star folder");
   folderRow->starButton()->click();
   EXPECT_EQ(folderRow->starButton()->accessibleName(), "Unstar folder");
   EXPECT_EQ(c->favoriteFolderPaths(), std::vector<std::string>{"/data/music"});
-}
 
-TEST_F(OverviewViewTest, RowMenuListsItsActionsInOrder) {
-  auto c = makeController(recorder, {disk});
-  c->addFolder("/data/music");
-  OverviewView view(c.get());
-  auto texts = [](QMenu* menu) {
+  auto texts = [&](const char* path) {
+    std::unique_ptr<QMenu> menu(view.createRowMenu(path));
     QStringList list;
     for (QAction* action : menu->actions())
       list << (action->isSeparator() ? "-" : action->text() + (action->isEnabled() ? "" : "(off)"));
     return list;
   };
-  std::unique_ptr<QMenu> folderMenu(view.createRowMenu("/data/music"));
-  EXPECT_EQ(texts(folderMenu.get()),
-            (QStringList{"Rescan", "-", "Star \u201Cmusic\u201D", "Show in Files", "Get Info", "-",
-                         "Forget Scan Result(off)", "Remove"}));
-  std::unique_ptr<QMenu> diskMenu(view.createRowMenu("/"));
-  EXPECT_EQ(texts(diskMenu.get()), (QStringList{"Rescan", "-", "Show in Files", "Get Info", "-",
-                                                "Forget Scan Result(off)", "Remove"}));
+  EXPECT_EQ(texts("/data/music"),
+            (QStringList{"Rescan", "-", "Unstar \u201Cmusic\u201D", "Show in Files", "Get Info",
+                         "-", "Forget Scan Result(off)", "Remove"}));
+  EXPECT_EQ(texts("/"), (QStringList{"Rescan", "-", "Show in Files", "Get Info", "-",
+                                     "Forget Scan Result(off)", "Remove"}));
 }
 
-TEST_F(OverviewViewTest, DroppedFolderWithAnOddNameBecomesARow) {
+TEST_F(OverviewViewTest, DroppedFolderWithAnOddNameBecomesARowAndRemoveAsksFirst) {
   auto c = makeController(recorder);
   OverviewView view(c.get());
   const std::string folder = env.tree.folder("caf\xe9 folder");
   EXPECT_TRUE(view.dropUriList(QByteArray::fromStdString(fileURLForPath(folder, true)) + "\r\n"));
   ASSERT_NE(view.rowWidget(folder), nullptr);
   EXPECT_EQ(c->knownFolderPaths(), std::vector<std::string>{folder});
-}
 
-TEST_F(OverviewViewTest, RemoveAsksFirstAndTakesTheRowAway) {
-  auto c = makeController(recorder);
-  c->addFolder("/data/old");
-  OverviewView view(c.get());
-  view.confirmRemove("/data/old");
+  view.confirmRemove(folder);
   auto* box = qobject_cast<QMessageBox*>(view.activeSheet());
   ASSERT_NE(box, nullptr);
-  EXPECT_EQ(box->text(), "Are you sure you want to remove old?");
+  EXPECT_EQ(box->text(), "Are you sure you want to remove caf\ufffd folder?");
   EXPECT_EQ(box->windowModality(), Qt::WindowModal);
   QAbstractButton* yes = nullptr;
   for (QAbstractButton* b : box->buttons())
     if (b->text() == "Yes") yes = b;
   ASSERT_NE(yes, nullptr);
   yes->click();
-  EXPECT_EQ(recorder.removeRequests, std::vector<std::string>{"/data/old"});
-  EXPECT_EQ(view.rowWidget("/data/old"), nullptr);
+  EXPECT_EQ(recorder.removeRequests, std::vector<std::string>{folder});
+  EXPECT_EQ(view.rowWidget(folder), nullptr);
 }
 
-TEST_F(OverviewViewTest, AddHardDiskSheetListsDisksAndAddsTheChosenOne) {
+TEST_F(OverviewViewTest, AddHardDiskOffersOnlyDisksWithoutARowAndRemembersTheChoice) {
   auto c = makeController(recorder, {disk, efi});
   OverviewView view(c.get());
   view.addHardDiskButton()->click();
@@ -117,6 +105,17 @@ TEST_F(OverviewViewTest, AddHardDiskSheetListsDisksAndAddsTheChosenOne) {
   sheet->openButton()->click();
   ASSERT_NE(view.rowWidget("/boot/efi"), nullptr);
   EXPECT_EQ(c->addedDiskPaths(), std::vector<std::string>{"/boot/efi"});
+  EXPECT_TRUE(c->disksForAdding().empty());
+  EXPECT_FALSE(c->addDisk("/boot/efi"));
+  EXPECT_EQ(recorder.alerts.back().second, "Choose a different hard disk.");
+  // With every disk listed there is nothing to offer.
+  const int sheets = recorder.addDiskSheets;
+  c->addHardDisk();
+  EXPECT_EQ(recorder.alerts.back().first, "All available hard disks have already been added.");
+  EXPECT_EQ(recorder.addDiskSheets, sheets);
+  auto restarted = makeController(recorder, {disk, efi});
+  ASSERT_NE(restarted->rowForPath("/boot/efi"), nullptr);
+  EXPECT_TRUE(restarted->rowForPath("/boot/efi")->disk);
 }
 
 }  // namespace

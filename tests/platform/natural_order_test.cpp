@@ -1,3 +1,4 @@
+// Name order for lists and wildcard matching of names.
 #include "platform/natural_order.h"
 
 #include <gtest/gtest.h>
@@ -13,57 +14,36 @@ bool before(std::string_view a, std::string_view b) {
   return naturalCompare(a, b) < 0;
 }
 
-TEST(NaturalOrder, DigitRunsCompareAsNumbers) {
-  EXPECT_TRUE(before("f2.txt", "f10.txt"));
-  EXPECT_TRUE(before("file 9", "file 10"));
-  EXPECT_TRUE(before("v1.2", "v1.10"));
-  EXPECT_TRUE(before("9", "10"));
-  EXPECT_TRUE(before("x99999999999999999999999", "x100000000000000000000000"));
-}
-
-TEST(NaturalOrder, LettersIgnoreCaseAndAccentsUntilTheFinalTieBreak) {
-  EXPECT_TRUE(before("apple", "Banana"));
-  EXPECT_TRUE(before("Apple", "banana"));
-  EXPECT_TRUE(before("écrire", "fable"));  // é sorts with e
-  EXPECT_TRUE(before("Ünïcode a", "unicode b"));
-  // Equal apart from case: decided on the raw bytes, never equal.
+TEST(NaturalOrder, DigitsCompareAsNumbersAndLettersIgnoreCaseAndAccentsUntilTheTieBreak) {
+  const std::pair<const char*, const char*> ordered[] = {
+      {"f2.txt", "f10.txt"},
+      {"file 9", "file 10"},
+      {"v1.2", "v1.10"},
+      {"9", "10"},  // numbers
+      {"x99999999999999999999999", "x100000000000000000000000"},
+      {"apple", "Banana"},
+      {"Apple", "banana"},
+      {"écrire", "fable"},
+      {"Ünïcode a", "unicode b"}};
+  for (const auto& [a, b] : ordered) EXPECT_TRUE(before(a, b)) << a << " < " << b;
+  // Equal apart from case, or leading zeros: decided on the raw bytes, never equal.
   EXPECT_NE(naturalCompare("Readme", "README"), 0);
   EXPECT_EQ(naturalCompare("Readme", "README"), -naturalCompare("README", "Readme"));
-  EXPECT_EQ(naturalCompare("same", "same"), 0);
-  // Leading zeros compare equal as numbers, then the bytes decide.
   EXPECT_NE(naturalCompare("f01", "f1"), 0);
+  EXPECT_EQ(naturalCompare("same", "same"), 0);
 }
 
 TEST(NaturalOrder, IsAStrictWeakOrderOverMixedAndInvalidNames) {
-  std::vector<std::string> names = {"f10",
-                                    "F2",
-                                    "f2",
-                                    "é",
-                                    "e",
-                                    "E",
-                                    "bad\xff\xfe",
-                                    "bad\xff",
-                                    "a1b2",
-                                    "a01b2",
-                                    "a1b10",
-                                    "",
-                                    "Ünïcode ƒile 3.txt",
-                                    "\xc3",
-                                    "x",
-                                    "x0",
-                                    "x00",
-                                    "~",
-                                    "_",
-                                    "Z"};
+  std::vector<std::string> names = {"f10",         "F2",      "f2",   "é",     "e",     "E",
+                                    "bad\xff\xfe", "bad\xff", "a1b2", "a01b2", "a1b10", "x",
+                                    "x0",          "x00",     "~",    "_",     "Z"};
+  names.insert(names.end(), {"", "\xc3", "Ünïcode ƒile 3.txt"});
   for (const auto& a : names) {
     EXPECT_EQ(naturalCompare(a, a), 0);
     for (const auto& b : names) {
       EXPECT_EQ(naturalCompare(a, b) < 0, naturalCompare(b, a) > 0) << a << " / " << b;
-      for (const auto& c : names) {
-        if (before(a, b) && before(b, c)) {
-          EXPECT_TRUE(before(a, c)) << a << " " << b << " " << c;
-        }
-      }
+      for (const auto& c : names)
+        EXPECT_TRUE(!before(a, b) || !before(b, c) || before(a, c)) << a << " " << b << " " << c;
     }
   }
   std::sort(names.begin(), names.end(), before);  // must not misbehave
@@ -71,16 +51,13 @@ TEST(NaturalOrder, IsAStrictWeakOrderOverMixedAndInvalidNames) {
 }
 
 TEST(Wildcard, MatchesWholeNamesWithoutRegardToCaseOrAccents) {
-  EXPECT_TRUE(WildcardPattern("*.log").matches("c.LOG"));
-  EXPECT_FALSE(WildcardPattern("*.log").matches("c.LOG.old"));
-  EXPECT_TRUE(WildcardPattern("cafe").matches("Café"));
-  EXPECT_TRUE(WildcardPattern("CAFÉ*").matches("cafe au lait"));
-  EXPECT_TRUE(WildcardPattern("?.txt").matches("é.txt"));
-  EXPECT_FALSE(WildcardPattern("?.txt").matches("ab.txt"));
-  EXPECT_TRUE(WildcardPattern("a*b*c").matches("aXXbYYbc"));
-  EXPECT_TRUE(WildcardPattern("*").matches(""));
-  EXPECT_FALSE(WildcardPattern("a").matches(""));
-  EXPECT_TRUE(WildcardPattern("bad*").matches("bad\xff\xfename"));
+  const std::tuple<const char*, const char*, bool> cases[] = {
+      {"*.log", "c.LOG", true},   {"*.log", "c.LOG.old", false},  // whole names, any case
+      {"cafe", "Café", true},     {"CAFÉ*", "cafe au lait", true},  {"?.txt", "é.txt", true},
+      {"?.txt", "ab.txt", false}, {"a*b*c", "aXXbYYbc", true},      {"*", "", true},
+      {"a", "", false},           {"bad*", "bad\xff\xfename", true}};
+  for (const auto& [pattern, name, matches] : cases)
+    EXPECT_EQ(WildcardPattern(pattern).matches(name), matches) << pattern << " ~ " << name;
 }
 
 }  // namespace

@@ -1,3 +1,4 @@
+// The system's volume layout, package names and clone attributes.
 #include "platform/volume_layout.h"
 
 #include <gtest/gtest.h>
@@ -5,7 +6,7 @@
 namespace tw {
 namespace {
 
-TEST(LinuxVolumeLayout, RootFileSystemIsAVolumeWithFigures) {
+TEST(LinuxVolumeLayout, RootAndFoldersBelowAMountReportTheirMountWithFigures) {
   auto layout = makeLinuxVolumeLayout();
   auto volume = layout->volumeForPath("/");
   ASSERT_TRUE(volume.has_value());
@@ -17,23 +18,15 @@ TEST(LinuxVolumeLayout, RootFileSystemIsAVolumeWithFigures) {
   EXPECT_TRUE(layout->systemRoot().empty());
   EXPECT_TRUE(layout->protectedLocations().empty());
   EXPECT_TRUE(layout->mountedSystemVolumes().empty());
-}
-
-TEST(LinuxVolumeLayout, FolderBelowAMountReportsThatMount) {
-  auto volume = makeLinuxVolumeLayout()->volumeForPath("/proc/self");
-  ASSERT_TRUE(volume.has_value());
-  EXPECT_EQ(volume->mountPath, "/proc");
-  EXPECT_FALSE(makeLinuxVolumeLayout()->volumeForPath("/no/such/place").has_value());
+  EXPECT_EQ(layout->volumeForPath("/proc/self").value_or(VolumeInfo{}).mountPath, "/proc");
+  EXPECT_FALSE(layout->volumeForPath("/no/such/place").has_value());
 }
 
 TEST(Packages, BundleExtensionsNeedAStemAndIgnoreCase) {
-  EXPECT_TRUE(isPackageName("Safari.app"));
-  EXPECT_TRUE(isPackageName("Thing.FRAMEWORK"));
-  EXPECT_TRUE(isPackageName("x.photoslibrary"));
-  EXPECT_FALSE(isPackageName(".app"));
-  EXPECT_FALSE(isPackageName("app"));
-  EXPECT_FALSE(isPackageName("Build.xcarchive"));
-  EXPECT_FALSE(isPackageName("notes.apps"));
+  for (const char* name : {"Safari.app", "Thing.FRAMEWORK", "x.photoslibrary"})
+    EXPECT_TRUE(isPackageName(name)) << name;
+  for (const char* name : {".app", "app", "Build.xcarchive", "notes.apps"})
+    EXPECT_FALSE(isPackageName(name)) << name;
 }
 
 TEST(CloneAttributes, CloneNeedsAnIDAndASharingSign) {
