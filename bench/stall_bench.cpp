@@ -48,8 +48,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "usage: stall_bench TREE WORKDIR\n");
     return 2;
   }
-  qputenv("QT_QPA_PLATFORM", qgetenv("QT_QPA_PLATFORM").isEmpty() ? "offscreen"
-                                                                   : qgetenv("QT_QPA_PLATFORM"));
+  qputenv("QT_QPA_PLATFORM",
+          qgetenv("QT_QPA_PLATFORM").isEmpty() ? "offscreen" : qgetenv("QT_QPA_PLATFORM"));
   const std::string tree = argv[1];
   const std::string work = argv[2];
   ::setenv("XDG_CONFIG_HOME", (work + "/config").c_str(), 1);
@@ -69,8 +69,11 @@ int main(int argc, char** argv) {
   canvas.resize(400, 300);
   canvas.show();
 
-  Phase phases[] = {{"first scan"}, {"first save"}, {"second scan"},
-                    {"second save, first tree freed"}, {"current result dropped"}};
+  Phase phases[] = {{"first scan"},
+                    {"first save"},
+                    {"second scan"},
+                    {"second save, first tree freed"},
+                    {"current result dropped"}};
   int phase = 0;
   QElapsedTimer clock, phaseClock;
   clock.start();

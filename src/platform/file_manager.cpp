@@ -8,8 +8,8 @@
 #include <QStringList>
 #include <QUrl>
 
-#include "platform/paths.h"
 #include "platform/file_url.h"
+#include "platform/paths.h"
 
 namespace tw {
 

@@ -11,9 +11,9 @@
 #include <unordered_map>
 #include <utility>
 
+#include "platform/file_url.h"
 #include "platform/paths.h"
 #include "store/binary_plist_check.h"
-#include "platform/file_url.h"
 
 namespace tw {
 
