@@ -614,7 +614,7 @@ bool OverviewController::isVolumeURLAlreadyAdded(const std::string& path) const 
 
 void OverviewController::showAlreadyAddedAlert(const std::string& path, const char* kind) {
   const std::string name = path.empty() ? "This item" : displayName(path);
-  emit alertRequested(qs("\u201C" + name + "\u201D is already added"),
+  emit alertRequested(qs(fillPlaceholder(kAlreadyAddedFormat, name)),
                       qs(std::string("Choose a different ") + kind + "."));
 }
 
@@ -680,10 +680,16 @@ bool OverviewController::addDisk(const std::string& location) {
     showAlreadyAddedAlert(path, "hard disk");
     return false;
   }
-  // Linux keeps no access grants: the disk is remembered by its mount point.
-  setRemovedFromOverview(path, false);
+  // Linux keeps no access grants: the disk is remembered by its mount point, which must still be
+  // one (a disk unmounted while the sheet was open cannot be added).
+  reloadVolumes();
   const OverviewDisk* mounted = mountedDiskHolding(path);
-  if (!mounted || !mounted->defaultRow) appendOnce(kAddedOverviewDiskPathsKey, path);
+  if (!mounted || mounted->path != path) {
+    emit alertRequested(qs(kUnableToAddDiskMessage), qs(kAccessNotGrantedText));
+    return false;
+  }
+  setRemovedFromOverview(path, false);
+  if (!mounted->defaultRow) appendOnce(kAddedOverviewDiskPathsKey, path);
   reloadVolumes();
   return true;
 }

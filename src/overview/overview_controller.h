@@ -48,6 +48,8 @@ inline constexpr const char* kDifferentDiskMessage = "That is a different disk";
 inline constexpr const char* kDifferentDiskInformativeFormat =
     "Drag %@ from the Files window onto the target.";
 inline constexpr const char* kUnableToUnlockMessage = "Unable to Unlock Disk";
+inline constexpr const char* kUnableToAddDiskMessage = "Unable to Add Hard Disk";
+inline constexpr const char* kAlreadyAddedFormat = "“%@” is already added";
 inline constexpr const char* kAccessNotGrantedText =
     "The system did not grant access to this disk.";
 

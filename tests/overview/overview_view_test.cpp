@@ -113,6 +113,12 @@ TEST_F(OverviewViewTest, AddHardDiskOffersOnlyDisksWithoutARowAndRemembersTheCho
   c->addHardDisk();
   EXPECT_EQ(recorder.alerts.back().first, "All available hard disks have already been added.");
   EXPECT_EQ(recorder.addDiskSheets, sheets);
+  // A disk unmounted while the sheet was open is refused, not remembered.
+  EXPECT_FALSE(c->addDisk("/media/gone"));
+  EXPECT_EQ(recorder.alerts.back(),
+            std::make_pair(QString("Unable to Add Hard Disk"),
+                           QString("The system did not grant access to this disk.")));
+  EXPECT_EQ(c->addedDiskPaths(), std::vector<std::string>{"/boot/efi"});
   auto restarted = makeController(recorder, {disk, efi});
   ASSERT_NE(restarted->rowForPath("/boot/efi"), nullptr);
   EXPECT_TRUE(restarted->rowForPath("/boot/efi")->disk);
