@@ -7,6 +7,7 @@
 #include "app/appearance.h"
 #include "app/main_window.h"
 #include "app/scan_completion_prompts.h"
+#include "ui/qt_color.h"
 
 namespace tw {
 
@@ -120,11 +121,17 @@ void ScanSession::forgetScanResult(const ScanNodeRef& root) {
   box->setIcon(QMessageBox::Warning);
   box->setText(QString::fromUtf8(kForgetPromptMessage));
   box->setInformativeText(QString::fromUtf8(kForgetPromptInformativeText));
+  // Delete, Forget, Cancel from left to right whatever the desktop's button order: both choices
+  // are actions, and Delete is marked destructive by its colour.
   QPushButton* remove =
-      box->addButton(QString::fromUtf8(kForgetDeleteButton), QMessageBox::DestructiveRole);
+      box->addButton(QString::fromUtf8(kForgetDeleteButton), QMessageBox::ActionRole);
   remove->setObjectName(QStringLiteral("forgetDeleteButton"));
+  QPalette destructive = remove->palette();
+  destructive.setColor(QPalette::ButtonText, toQColor(palette::kSystemRed));
+  remove->setPalette(destructive);
+  remove->setAccessibleDescription(QStringLiteral("Deletes the saved scan database"));
   QPushButton* forget =
-      box->addButton(QString::fromUtf8(kForgetForgetButton), QMessageBox::AcceptRole);
+      box->addButton(QString::fromUtf8(kForgetForgetButton), QMessageBox::ActionRole);
   forget->setObjectName(QStringLiteral("forgetForgetButton"));
   QPushButton* cancel =
       box->addButton(QString::fromUtf8(kForgetCancelButton), QMessageBox::RejectRole);

@@ -158,8 +158,13 @@ TEST_F(ScanSessionTest, ForgetPromptHandsTheChoiceToTheLibrary) {
   ASSERT_NE(prompt, nullptr);
   EXPECT_EQ(prompt->windowModality(), Qt::WindowModal);
   EXPECT_EQ(prompt->text(), "Forget this scan result?");
-  EXPECT_EQ(prompt->buttonRole(prompt->findChild<QPushButton*>("forgetDeleteButton")),
-            QMessageBox::DestructiveRole);
+  // Delete, Forget, Cancel from left to right.
+  QApplication::processEvents();
+  const auto x = [&](const char* name) {
+    return prompt->findChild<QPushButton*>(name)->mapTo(prompt, QPoint()).x();
+  };
+  EXPECT_LT(x("forgetDeleteButton"), x("forgetForgetButton"));
+  EXPECT_LT(x("forgetForgetButton"), x("forgetCancelButton"));
   click(prompt, "forgetCancelButton");
   EXPECT_EQ(forgotten, nullptr);
 
