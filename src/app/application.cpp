@@ -1,11 +1,9 @@
 #include "app/application.h"
 
-#include <QAction>
 #include <QApplication>
 #include <QIcon>
 #include <QMessageBox>
 #include <QThreadPool>
-#include <QTimer>
 #include <cstdio>
 #include <ctime>
 
@@ -186,16 +184,6 @@ void Application::installScreens() {
                        library->setCachedRoot(newRoot);
                        overview->setCachedRoot(newRoot);
                      });
-    // Back, Forward and Enclosing Folder follow the browser's history once it shows.
-    auto updateItems = [window, browser] {
-      if (!window || window->browserWidget() != browser) return;
-      MainMenus& menus = window->menus();
-      if (menus.back) menus.back->setEnabled(browser->canGoBack());
-      if (menus.forward) menus.forward->setEnabled(browser->canGoForward());
-      if (menus.enclosingFolder) menus.enclosingFolder->setEnabled(browser->canGoToParent());
-    };
-    QObject::connect(browser, &ScanBrowser::navigationChanged, browser, updateItems);
-    QTimer::singleShot(0, browser, updateItems);
     return browser;
   });
 }

@@ -16,13 +16,14 @@ namespace {
 struct BrowserItem {
   QAction* MainMenus::*action;
   const char* slot;
+  const char* query;  // whether the item can act now; null: whenever the slot exists
 };
 constexpr BrowserItem kBrowserItems[] = {
-    {&MainMenus::back, kBrowserBackSlot},
-    {&MainMenus::forward, kBrowserForwardSlot},
-    {&MainMenus::enclosingFolder, kBrowserParentSlot},
-    {&MainMenus::showCurrentFolderInFiles, kBrowserShowInFilesSlot},
-    {&MainMenus::openCurrentFolderInTerminal, kBrowserTerminalSlot},
+    {&MainMenus::back, kBrowserBackSlot, kBrowserCanGoBackQuery},
+    {&MainMenus::forward, kBrowserForwardSlot, kBrowserCanGoForwardQuery},
+    {&MainMenus::enclosingFolder, kBrowserParentSlot, kBrowserCanGoToParentQuery},
+    {&MainMenus::showCurrentFolderInFiles, kBrowserShowInFilesSlot, nullptr},
+    {&MainMenus::openCurrentFolderInTerminal, kBrowserTerminalSlot, nullptr},
 };
 
 bool hasMethod(const QObject* object, const char* signature) {
@@ -109,6 +110,9 @@ void MainWindow::showBrowser(QWidget* browser) {
     connect(browser, SIGNAL(showOverviewRequested()), this, SLOT(showOverview()),
             Qt::QueuedConnection);
   }
+  if (hasMethod(browser, kBrowserNavigationChangedSignal)) {
+    connect(browser, SIGNAL(navigationChanged()), this, SLOT(refreshBrowserItemStates()));
+  }
   updateBrowserItems();
   emit screenChanged();
 }
@@ -129,15 +133,27 @@ void MainWindow::updateBrowserItems() {
     QAction* action = menus_.*item.action;
     if (!action) continue;
     action->disconnect(this);
-    const bool available = browser_ && hasMethod(browser_, item.slot);
-    action->setEnabled(available);
-    if (!available) continue;
+    if (!browser_ || !hasMethod(browser_, item.slot)) continue;
     const QByteArray name = QByteArray(item.slot).chopped(2);  // without "()"
     connect(action, &QAction::triggered, this, [this, name] {
       if (browser_) QMetaObject::invokeMethod(browser_, name.constData());
     });
   }
   if (menus_.goToOverview) menus_.goToOverview->setEnabled(static_cast<bool>(browser_));
+  refreshBrowserItemStates();
+}
+
+void MainWindow::refreshBrowserItemStates() {
+  for (const BrowserItem& item : kBrowserItems) {
+    QAction* action = menus_.*item.action;
+    if (!action) continue;
+    bool enabled = browser_ && hasMethod(browser_, item.slot);
+    if (enabled && item.query && hasMethod(browser_, item.query)) {
+      const QByteArray query = QByteArray(item.query).chopped(2);
+      QMetaObject::invokeMethod(browser_, query.constData(), Q_RETURN_ARG(bool, enabled));
+    }
+    action->setEnabled(enabled);
+  }
 }
 
 bool MainWindow::isShowingOverview() const {

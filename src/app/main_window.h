@@ -29,6 +29,12 @@ inline constexpr const char* kBrowserParentSlot = "navigateToParent()";
 inline constexpr const char* kBrowserShowInFilesSlot = "showCurrentFolderInFiles()";
 inline constexpr const char* kBrowserTerminalSlot = "openCurrentFolderInTerminal()";
 inline constexpr const char* kBrowserShowOverviewSignal = "showOverviewRequested()";
+// When the browser has them, these invokables say whether Back, Forward and Enclosing Folder can
+// act, and this signal says the answers may have changed.
+inline constexpr const char* kBrowserCanGoBackQuery = "canGoBack()";
+inline constexpr const char* kBrowserCanGoForwardQuery = "canGoForward()";
+inline constexpr const char* kBrowserCanGoToParentQuery = "canGoToParent()";
+inline constexpr const char* kBrowserNavigationChangedSignal = "navigationChanged()";
 
 class MainWindow : public QMainWindow {
   Q_OBJECT
@@ -71,6 +77,10 @@ class MainWindow : public QMainWindow {
  protected:
   void closeEvent(QCloseEvent* event) override;
   void changeEvent(QEvent* event) override;
+
+ private slots:
+  // Enables each browser item that the browser can act on now.
+  void refreshBrowserItemStates();
 
  private:
   void dropBrowser();

@@ -60,9 +60,9 @@ class ScanBrowser : public QWidget {
   ScanNode* previewNode() const;
   const std::vector<ScanNode*>& backHistory() const { return backHistory_; }
   const std::vector<ScanNode*>& forwardHistory() const { return forwardHistory_; }
-  bool canGoBack() const { return !backHistory_.empty(); }
-  bool canGoForward() const { return !forwardHistory_.empty(); }
-  bool canGoToParent() const { return currentNode_ && currentNode_->parent(); }
+  Q_INVOKABLE bool canGoBack() const { return !backHistory_.empty(); }
+  Q_INVOKABLE bool canGoForward() const { return !forwardHistory_.empty(); }
+  Q_INVOKABLE bool canGoToParent() const { return currentNode_ && currentNode_->parent(); }
 
   // Navigating. Nothing happens when `node` is already current; with `recordHistory` the current
   // folder goes on the back history and the forward history is emptied.
