@@ -184,9 +184,13 @@ bool OverviewController::hasAccess(const std::string& diskPath) const {
   return options_.hasDiskAccess(diskPath);
 }
 
-void OverviewController::reloadVolumes() {
+void OverviewController::readMountedDisks() {
   mounted_ = options_.disks();
   for (OverviewDisk& disk : mounted_) disk.path = standardizePath(disk.path);
+}
+
+void OverviewController::reloadVolumes() {
+  readMountedDisks();
   const std::vector<std::string> added = addedDiskPaths();
   const std::vector<std::string> removed = removedOverviewPaths();
   diskRows_.clear();
@@ -682,7 +686,7 @@ bool OverviewController::addDisk(const std::string& location) {
   }
   // Linux keeps no access grants: the disk is remembered by its mount point, which must still be
   // one (a disk unmounted while the sheet was open cannot be added).
-  reloadVolumes();
+  readMountedDisks();
   const OverviewDisk* mounted = mountedDiskHolding(path);
   if (!mounted || mounted->path != path) {
     emit alertRequested(qs(kUnableToAddDiskMessage), qs(kAccessNotGrantedText));

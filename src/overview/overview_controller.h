@@ -227,6 +227,8 @@ class OverviewController : public QObject {
   const OverviewDisk* mountedDiskHolding(const std::string& path) const;
   bool hasAccess(const std::string& diskPath) const;
   void rebuildRows();
+  // Reads the mounted disks again, without rebuilding the rows.
+  void readMountedDisks();
   // Starts a freshness check without rebuilding the rows; false when there is nothing to check
   // (the completion has then run).
   bool beginFreshnessCheck(const ScanNodeRef& root,
