@@ -8,6 +8,7 @@
 #include "app/main_window.h"
 #include "platform/paths.h"
 #include "platform/volume_layout.h"
+#include "ui/placeholder.h"
 
 namespace tw {
 
@@ -71,8 +72,8 @@ void ScanCompletionPrompts::presentNext() {
   presenting_ = true;
 
   const std::string name = scanResultDisplayName(*root, rootDiskName_ ? rootDiskName_() : "");
-  QString message = QString::fromUtf8(kScanCompletionPromptFormat);
-  message.replace(QStringLiteral("%@"), QString::fromUtf8(name.data(), qsizetype(name.size())));
+  const std::string text = fillPlaceholder(kScanCompletionPromptFormat, name);
+  const QString message = QString::fromUtf8(text.data(), qsizetype(text.size()));
 
   auto* box = new QMessageBox(window_);
   box->setObjectName(QStringLiteral("scanCompletionPrompt"));

@@ -43,7 +43,6 @@ class ScanSession : public QObject {
   // What the screens install. Restored roots and a forgotten root reach the overview through
   // these; roots restored before the overview installs its handler are kept and handed over then.
   void setBrowserFactory(BrowserFactory factory);
-  bool hasBrowserFactory() const { return static_cast<bool>(browserFactory_); }
   void setRestoreHandler(RootsHandler handler);
   void setForgetCachedScanRootHandler(RootHandler handler);
 
