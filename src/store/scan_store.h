@@ -114,6 +114,11 @@ class ScanStore : public std::enable_shared_from_this<ScanStore> {
                                           const std::vector<std::string>& matchingExtensions,
                                           const std::vector<std::string>& excludingExtensions,
                                           int64_t limit, Error* error = nullptr);
+  // Deletion marks. Flags the rows of `nodes` (read from this store) and their subtrees deleted,
+  // or present again, and moves every ancestor's size by theirs (never below 0); nested nodes count
+  // once. All or nothing; an empty list succeeds at once. Nodes in memory are not changed.
+  bool setNodes(const std::vector<ScanNode*>& nodes, bool deleted, Error* error = nullptr);
+
   // Calls `callback` for every item of the subtree in the order they were written. The store is
   // not locked while the callback runs, so the callback may load children of any node.
   bool enumerateNodesUnderNode(ScanNode* node, const NodeStreamCallback& callback,
