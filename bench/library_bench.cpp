@@ -23,8 +23,8 @@
 #include <string>
 #include <vector>
 
-#include "app/library_files.h"
-#include "app/scan_library.h"
+#include "services/library_files.h"
+#include "services/scan_library.h"
 #include "store/scan_store.h"
 
 namespace {

@@ -16,10 +16,10 @@
 #include <cstdlib>
 #include <string>
 
-#include "app/gui_executor.h"
-#include "app/scan_library.h"
 #include "platform/volume_layout.h"
 #include "scan/directory_scanner.h"
+#include "services/gui_executor.h"
+#include "services/scan_library.h"
 
 namespace {
 

@@ -10,18 +10,18 @@
 #include "app/about_dialog.h"
 #include "app/appearance.h"
 #include "app/build_info.h"
-#include "app/gui_executor.h"
 #include "app/instance_channel.h"
 #include "app/main_window.h"
 #include "app/menus.h"
-#include "app/preferences.h"
-#include "app/scan_library.h"
 #include "app/scan_session.h"
 #include "app/settings_dialog.h"
 #include "browser/scan_browser.h"
 #include "overview/overview_controller.h"
 #include "overview/overview_view.h"
 #include "platform/paths.h"
+#include "services/gui_executor.h"
+#include "services/preferences.h"
+#include "services/scan_library.h"
 
 namespace tw {
 

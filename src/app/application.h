@@ -8,10 +8,10 @@
 // the GUI thread); a second copy stops after the lock, hands its activation token to the running
 // copy and builds nothing.
 //
-// The rest of the shell sits beside it: preferences.h (keys, defaults, raw-path values and the
-// scanner's settings), scan_library.h (the library folder), scan_session.h (a scan's life on the
-// application's side: marker, saving, completion prompts, progress, restore and forget),
-// main_window.h (the screens), instance_lock.h and instance_channel.h.
+// The rest of the shell sits beside it: scan_session.h (a scan's life on the application's side:
+// marker, saving, completion prompts, progress, restore and forget), main_window.h (the screens),
+// instance_lock.h and instance_channel.h. The services it builds on (the scan library, the
+// preferences, the GUI executor) live in services/, below the screens.
 #pragma once
 
 #include <QByteArray>

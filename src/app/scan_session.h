@@ -14,10 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "app/scan_library.h"
 #include "platform/error.h"
 #include "platform/launcher_progress.h"
 #include "scan/scan_node.h"
+#include "services/scan_library.h"
 
 class QMessageBox;
 class QWidget;

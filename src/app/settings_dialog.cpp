@@ -22,11 +22,11 @@
 #include "app/appearance.h"
 #include "app/build_info.h"
 #include "app/pattern_dialog.h"
-#include "app/preferences.h"
 #include "platform/disk_access.h"
 #include "platform/file_manager.h"
 #include "platform/mounted_disks.h"
 #include "platform/paths.h"
+#include "services/preferences.h"
 
 namespace tw {
 

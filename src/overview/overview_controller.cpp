@@ -10,12 +10,12 @@
 #include <cmath>
 #include <cstdio>
 
-#include "app/gui_executor.h"
-#include "app/preferences.h"
 #include "platform/disk_access.h"
 #include "platform/file_manager.h"
 #include "platform/natural_order.h"
 #include "platform/paths.h"
+#include "services/gui_executor.h"
+#include "services/preferences.h"
 #include "ui/byte_count.h"
 #include "ui/placeholder.h"
 

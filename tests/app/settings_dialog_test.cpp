@@ -16,9 +16,9 @@
 #include <QTest>
 
 #include "app/pattern_dialog.h"
-#include "app/preferences.h"
 #include "gtest/gtest.h"
 #include "platform/paths.h"
+#include "services/preferences.h"
 #include "support/desktop_environment.h"
 
 namespace tw {

@@ -12,9 +12,9 @@
 #include "app/application.h"
 #include "app/instance_lock.h"
 #include "app/main_window.h"
-#include "app/preferences.h"
 #include "gtest/gtest.h"
 #include "overview/overview_view.h"
+#include "services/preferences.h"
 #include "support/desktop_environment.h"
 
 namespace tw {

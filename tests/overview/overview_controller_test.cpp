@@ -7,8 +7,8 @@
 #include <QSettings>
 #include <filesystem>
 
-#include "app/preferences.h"
 #include "overview_test_support.h"
+#include "services/preferences.h"
 
 namespace tw {
 namespace {

@@ -1,4 +1,4 @@
-#include "app/library_preferences.h"
+#include "services/library_preferences.h"
 
 #include <QByteArray>
 #include <QSettings>

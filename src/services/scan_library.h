@@ -1,4 +1,4 @@
-// Application shell: the scan library.
+// App services: the scan library.
 //
 // ScanLibrary owns the library folder ($XDG_DATA_HOME/Tarnwell) and what lives in it: the current
 // scan cache "LastScan.sqlite", the retained scans in "History", the "ScanInProgress" marker and

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "app/scan_library.h"
 #include "scan/scan_node.h"
+#include "services/scan_library.h"
 #include "support/temp_tree.h"
 
 namespace tw::test {

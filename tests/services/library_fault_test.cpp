@@ -12,8 +12,8 @@
 #include <algorithm>
 #include <random>
 
-#include "app/library_files.h"
-#include "app/library_test_support.h"
+#include "services/library_files.h"
+#include "services/library_test_support.h"
 #include "store/scan_store.h"
 
 namespace tw {

@@ -1,4 +1,4 @@
-#include "app/library_test_support.h"
+#include "services/library_test_support.h"
 
 #include <sqlite3.h>
 #include <stdlib.h>
@@ -8,7 +8,7 @@
 #include <QThreadPool>
 #include <chrono>
 
-#include "app/library_preferences.h"
+#include "services/library_preferences.h"
 #include "store/scan_store.h"
 
 namespace tw::test {

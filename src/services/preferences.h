@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "app/library_preferences.h"
 #include "scan/directory_scanner.h"
+#include "services/library_preferences.h"
 
 namespace tw {
 

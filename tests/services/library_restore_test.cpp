@@ -4,9 +4,9 @@
 #include <plist/plist.h>
 #include <unistd.h>
 
-#include "app/library_files.h"
-#include "app/library_preferences.h"
-#include "app/library_test_support.h"
+#include "services/library_files.h"
+#include "services/library_preferences.h"
+#include "services/library_test_support.h"
 #include "store/keyed_archive.h"
 #include "store/scan_store.h"
 

@@ -3,7 +3,7 @@
 #include <QByteArray>
 #include <cstdio>
 
-#include "app/preferences.h"
+#include "services/preferences.h"
 
 int main() {
   tw::registerDefaultPreferences();

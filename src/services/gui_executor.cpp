@@ -1,4 +1,4 @@
-#include "app/gui_executor.h"
+#include "services/gui_executor.h"
 
 #include <QMetaObject>
 #include <QPointer>

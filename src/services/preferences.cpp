@@ -1,10 +1,10 @@
-#include "app/preferences.h"
+#include "services/preferences.h"
 
 #include <QByteArray>
 #include <QMutex>
 #include <QVariantMap>
 
-#include "app/library_preferences.h"
+#include "services/library_preferences.h"
 
 namespace tw {
 

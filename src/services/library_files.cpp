@@ -1,4 +1,4 @@
-#include "app/library_files.h"
+#include "services/library_files.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -1,5 +1,5 @@
 // The library folder's names, listing order, pruning and clean-up of stray pending files.
-#include "app/library_files.h"
+#include "services/library_files.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -8,7 +8,7 @@
 
 #include <regex>
 
-#include "app/library_test_support.h"
+#include "services/library_test_support.h"
 
 namespace tw {
 namespace {

@@ -5,9 +5,9 @@
 
 #include <QThreadPool>
 
-#include "app/library_files.h"
-#include "app/library_preferences.h"
-#include "app/library_test_support.h"
+#include "services/library_files.h"
+#include "services/library_preferences.h"
+#include "services/library_test_support.h"
 #include "store/scan_store.h"
 
 namespace tw {

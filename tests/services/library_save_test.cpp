@@ -8,9 +8,9 @@
 #include <atomic>
 #include <regex>
 
-#include "app/library_files.h"
-#include "app/library_preferences.h"
-#include "app/library_test_support.h"
+#include "services/library_files.h"
+#include "services/library_preferences.h"
+#include "services/library_test_support.h"
 #include "store/scan_store.h"
 
 namespace tw {

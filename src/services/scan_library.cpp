@@ -1,4 +1,4 @@
-#include "app/scan_library.h"
+#include "services/scan_library.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -10,10 +10,10 @@
 #include <cstdio>
 #include <mutex>
 
-#include "app/gui_executor.h"
-#include "app/library_files.h"
-#include "app/library_preferences.h"
 #include "platform/paths.h"
+#include "services/gui_executor.h"
+#include "services/library_files.h"
+#include "services/library_preferences.h"
 #include "store/scan_store.h"
 #include "ui/placeholder.h"
 
