@@ -1,8 +1,6 @@
 #include "app/appearance.h"
 
 #include <QApplication>
-#include <QLabel>
-#include <QMessageBox>
 
 #include "app/tarnwell_style.h"
 
@@ -59,17 +57,6 @@ QPalette darkPalette() {
 void applyDarkAppearance(QApplication& app) {
   app.setStyle(new TarnwellStyle);
   app.setPalette(darkPalette());
-}
-
-void applyAlertLayout(QMessageBox& box) {
-  if (auto* message = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_label"))) {
-    QFont font = message->font();
-    font.setWeight(QFont::Bold);
-    message->setFont(font);
-  }
-  if (auto* informative = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel"))) {
-    informative->setMinimumWidth(360);
-  }
 }
 
 }  // namespace tw

@@ -22,6 +22,7 @@
 #include "services/gui_executor.h"
 #include "services/preferences.h"
 #include "services/scan_library.h"
+#include "ui/alert.h"
 
 namespace tw {
 
@@ -40,7 +41,9 @@ Application::Launch Application::start() {
   QCoreApplication::setOrganizationName(QString::fromUtf8(kSettingsOrganization));
   QCoreApplication::setApplicationName(QString::fromUtf8(kSettingsApplication));
   QCoreApplication::setApplicationVersion(applicationVersion());
-  QGuiApplication::setApplicationDisplayName(QStringLiteral("Tarnwell"));
+  // No display name: X11 and Wayland would append it to every title ("Tarnwell — 34% —
+  // Tarnwell"). The application name doubles as the X11 window class (WM_CLASS), which the desktop
+  // entry names as StartupWMClass; on Wayland the desktop file name is the window's app id.
   QGuiApplication::setDesktopFileName(QString::fromUtf8(kDesktopFileName));
 
   applyApplicationIcon();
@@ -194,7 +197,7 @@ void Application::showSettings() {
     settings_ = new SettingsDialog(window_);
     settings_->setAttribute(Qt::WA_DeleteOnClose);
   }
-  settings_->open();
+  settings_->show();
   settings_->raise();
   settings_->activateWindow();
 }
@@ -210,18 +213,16 @@ void Application::showAbout() {
 }
 
 void Application::showHelp() {
-  auto* box = new QMessageBox(window_);
+  QMessageBox* box = makeAlert(
+      window_, QMessageBox::NoIcon, QStringLiteral("Tarnwell Help"),
+      QStringLiteral("Choose a disk or folder to scan, then click the sunburst to explore large "
+                     "files. Click the center to move up and press Space to preview a selected "
+                     "file."));
   box->setObjectName(QStringLiteral("helpWindow"));
-  box->setAttribute(Qt::WA_DeleteOnClose);
   box->setWindowModality(Qt::ApplicationModal);
   box->setWindowTitle(QStringLiteral("Tarnwell Help"));
   box->setIconPixmap(QApplication::windowIcon().pixmap(64, 64));
-  box->setText(QStringLiteral("Tarnwell Help"));
-  box->setInformativeText(QStringLiteral(
-      "Choose a disk or folder to scan, then click the sunburst to explore large files. Click the "
-      "center to move up and press Space to preview a selected file."));
   box->setStandardButtons(QMessageBox::Ok);
-  applyAlertLayout(*box);
   box->show();
 }
 

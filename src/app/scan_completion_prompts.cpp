@@ -4,10 +4,10 @@
 #include <QPushButton>
 #include <QTimer>
 
-#include "app/appearance.h"
 #include "app/main_window.h"
 #include "platform/paths.h"
 #include "platform/volume_layout.h"
+#include "ui/alert.h"
 #include "ui/placeholder.h"
 
 namespace tw {
@@ -75,12 +75,8 @@ void ScanCompletionPrompts::presentNext() {
   const std::string text = fillPlaceholder(kScanCompletionPromptFormat, name);
   const QString message = QString::fromUtf8(text.data(), qsizetype(text.size()));
 
-  auto* box = new QMessageBox(window_);
+  QMessageBox* box = makeAlert(window_, QMessageBox::Question, message);
   box->setObjectName(QStringLiteral("scanCompletionPrompt"));
-  box->setAttribute(Qt::WA_DeleteOnClose);
-  box->setWindowModality(Qt::WindowModal);
-  box->setIcon(QMessageBox::Question);
-  box->setText(message);
   QPushButton* yes =
       box->addButton(QString::fromUtf8(kScanCompletionYesButton), QMessageBox::AcceptRole);
   yes->setObjectName(QStringLiteral("scanCompletionYesButton"));
@@ -91,7 +87,6 @@ void ScanCompletionPrompts::presentNext() {
   // No browser to open yet: the choice is not offered rather than pretended.
   yes->setEnabled(bool(view_));
   box->setDefaultButton(view_ ? yes : cancel);
-  applyAlertLayout(*box);
   connect(box, &QMessageBox::finished, this,
           [this, box, yes, root] { finished(root, box->clickedButton() == yes); });
   prompt_ = box;

@@ -4,9 +4,9 @@
 #include <QPointer>
 #include <QPushButton>
 
-#include "app/appearance.h"
 #include "app/main_window.h"
 #include "app/scan_completion_prompts.h"
+#include "ui/alert.h"
 #include "ui/qt_color.h"
 
 namespace tw {
@@ -114,13 +114,10 @@ void ScanSession::clearScanProgress() {
 
 void ScanSession::forgetScanResult(const ScanNodeRef& root) {
   if (!root || !window_) return;
-  auto* box = new QMessageBox(window_);
+  QMessageBox* box =
+      makeAlert(window_, QMessageBox::Warning, QString::fromUtf8(kForgetPromptMessage),
+                QString::fromUtf8(kForgetPromptInformativeText));
   box->setObjectName(QStringLiteral("forgetPrompt"));
-  box->setAttribute(Qt::WA_DeleteOnClose);
-  box->setWindowModality(Qt::WindowModal);
-  box->setIcon(QMessageBox::Warning);
-  box->setText(QString::fromUtf8(kForgetPromptMessage));
-  box->setInformativeText(QString::fromUtf8(kForgetPromptInformativeText));
   // Delete, Forget, Cancel from left to right whatever the desktop's button order: both choices
   // are actions, and Delete is marked destructive by its colour.
   QPushButton* remove =
@@ -138,7 +135,6 @@ void ScanSession::forgetScanResult(const ScanNodeRef& root) {
   cancel->setObjectName(QStringLiteral("forgetCancelButton"));
   box->setEscapeButton(cancel);
   box->setDefaultButton(forget);
-  applyAlertLayout(*box);
   connect(box, &QMessageBox::finished, this, [this, box, remove, forget, root] {
     const QAbstractButton* clicked = box->clickedButton();
     const ForgetChoice choice = clicked == remove   ? ForgetChoice::kDelete
@@ -175,17 +171,12 @@ void ScanSession::loadCachedScans() {
 
 void ScanSession::showAlert(const LibraryAlert& alert) {
   if (!window_) return;
-  auto* box = new QMessageBox(window_);
+  QMessageBox* box =
+      makeAlert(window_, QMessageBox::Warning, text(alert.message), text(alert.informativeText));
   box->setObjectName(QStringLiteral("libraryAlert"));
-  box->setAttribute(Qt::WA_DeleteOnClose);
-  box->setWindowModality(Qt::WindowModal);
-  box->setIcon(QMessageBox::Warning);
-  box->setText(text(alert.message));
-  box->setInformativeText(text(alert.informativeText));
   QPushButton* ok = box->addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);
   box->setDefaultButton(ok);
   box->setEscapeButton(ok);
-  applyAlertLayout(*box);
   box->open();
 }
 

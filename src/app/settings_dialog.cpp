@@ -24,9 +24,9 @@
 #include "app/pattern_dialog.h"
 #include "platform/disk_access.h"
 #include "platform/file_manager.h"
-#include "platform/mounted_disks.h"
 #include "platform/paths.h"
 #include "services/preferences.h"
+#include "ui/alert.h"
 
 namespace tw {
 
@@ -93,10 +93,10 @@ bool removeSelectedRows(QListWidget* list, Items& items) {
 
 }  // namespace
 
-int unlockedDiskCount() {
+int unlockedDiskCount(const std::vector<OverviewDisk>& mounted) {
   int count = 0;
-  for (const MountedDisk& disk : mountedDisks()) {
-    if (isDefaultOverviewDisk(disk) && isReadableAndSearchable(disk.mountPath)) ++count;
+  for (const OverviewDisk& disk : overviewDiskRows(mounted)) {
+    if (isReadableAndSearchable(disk.path)) ++count;
   }
   return count;
 }
@@ -108,10 +108,11 @@ QString diskUnlockStatusText(int unlockedDisks) {
       .arg(unlockedDisks == 1 ? QString() : QStringLiteral("s"));
 }
 
-SettingsDialog::SettingsDialog(QWidget* parent) : QDialog(parent) {
+SettingsDialog::SettingsDialog(QWidget* parent,
+                               std::function<std::vector<OverviewDisk>()> mountedDisks)
+    : QDialog(parent), mountedDisks_(mountedDisks ? std::move(mountedDisks) : systemOverviewDisks) {
   setObjectName(QStringLiteral("settingsDialog"));
   setWindowTitle(QStringLiteral("Settings"));
-  setWindowModality(Qt::WindowModal);
   setFixedSize(kSettingsWidth, kSettingsHeight);
 
   QSettings settings(kSettingsOrganization, kSettingsApplication);
@@ -293,7 +294,7 @@ QWidget* SettingsDialog::buildExclusionsTab() {
 }
 
 void SettingsDialog::refreshPermissionStatus() {
-  const int unlocked = unlockedDiskCount();
+  const int unlocked = unlockedDiskCount(mountedDisks_());
   setStatus(diskAccessStatus_, diskUnlockStatusText(unlocked),
             unlocked > 0 ? palette::kSystemGreen : palette::kSystemOrange);
   if (hasFullDiskAccess()) {
@@ -393,20 +394,15 @@ void SettingsDialog::askForExcludedPattern() {
 }
 
 void SettingsDialog::showFullDiskAccessExplanation() {
-  auto* box = new QMessageBox(this);
+  QMessageBox* box = makeAlert(
+      this, QMessageBox::Information, QStringLiteral("Full Disk Access"),
+      QStringLiteral("Full Disk Access means read access to every folder. Scans made as a normal "
+                     "user leave out the folders that user cannot read, and their space shows as "
+                     "hidden space.\n\nFor a complete scan, start Tarnwell as root with pkexec. "
+                     "A copy started as root keeps its own library of saved scans."));
   box->setObjectName(QStringLiteral("fullDiskAccessExplanation"));
-  box->setAttribute(Qt::WA_DeleteOnClose);
-  box->setWindowModality(Qt::WindowModal);
   box->setWindowTitle(QStringLiteral("Full Disk Access"));
-  box->setIcon(QMessageBox::Information);
-  box->setText(QStringLiteral("Full Disk Access"));
-  box->setInformativeText(QStringLiteral(
-      "Full Disk Access means read access to every folder. Scans made as a normal user leave out "
-      "the folders that user cannot read, and their space shows as hidden space.\n\n"
-      "For a complete scan, start Tarnwell as root with pkexec. A copy started as root keeps its "
-      "own library of saved scans."));
   box->setStandardButtons(QMessageBox::Ok);
-  applyAlertLayout(*box);
   box->open();
 }
 

@@ -1,13 +1,17 @@
 // The Settings window: the state of the two permissions that decide whether scans are complete
 // (disk unlock and Full Disk Access), the packages preference and the exclusion lists that every
-// later scan reads. Opened window-modal on the main window; it reads the preferences when it is
+// later scan reads. A window of its own beside the main window, never a sheet on it: scans that
+// finish meanwhile are offered and the overview stays usable. It reads the preferences when it is
 // built and writes each change at once.
 #pragma once
 
 #include <QDialog>
 #include <QStringList>
+#include <functional>
 #include <string>
 #include <vector>
+
+#include "overview/overview_controller.h"
 
 class QCheckBox;
 class QFileDialog;
@@ -20,16 +24,18 @@ namespace tw {
 
 class PatternDialog;
 
-// Disks with a row of their own (the root file system and disks below /home, /media, /run/media
-// and /mnt) whose mount point this process can list and enter.
-int unlockedDiskCount();
+// The disks of `mounted` with a row in the overview (by default or added with Add Hard Disk) whose
+// mount point this process can list and enter.
+int unlockedDiskCount(const std::vector<OverviewDisk>& mounted);
 // "Not unlocked", or "%lu disk%@ unlocked" with "s" unless the count is 1.
 QString diskUnlockStatusText(int unlockedDisks);
 
 class SettingsDialog : public QDialog {
   Q_OBJECT
  public:
-  explicit SettingsDialog(QWidget* parent = nullptr);
+  // `mountedDisks` lists the system's disks (systemOverviewDisks when empty).
+  explicit SettingsDialog(QWidget* parent = nullptr,
+                          std::function<std::vector<OverviewDisk>()> mountedDisks = {});
 
   // Re-reads both permissions into their status labels.
   void refreshPermissionStatus();
@@ -70,6 +76,7 @@ class SettingsDialog : public QDialog {
   void reloadPatterns();
   void saveExclusionRules();
 
+  std::function<std::vector<OverviewDisk>()> mountedDisks_;
   std::vector<std::string> excludedPaths_;
   QStringList excludedPatterns_;
 

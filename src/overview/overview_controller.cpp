@@ -86,6 +86,18 @@ std::string withGrouping(double value) {
 
 }  // namespace
 
+std::vector<OverviewDisk> overviewDiskRows(std::vector<OverviewDisk> mounted) {
+  const std::vector<std::string> added = readList(kAddedOverviewDiskPathsKey);
+  const std::vector<std::string> removed = readList(kRemovedOverviewPathsKey);
+  std::vector<OverviewDisk> rows;
+  for (OverviewDisk& disk : mounted) {
+    disk.path = standardizePath(disk.path);
+    if (disk.path.empty() || contains(removed, disk.path)) continue;
+    if (disk.defaultRow || contains(added, disk.path)) rows.push_back(std::move(disk));
+  }
+  return rows;
+}
+
 uint64_t diskAvailableBytes(const OverviewDisk& disk) {
   const uint64_t important = disk.availableForImportantUsage;
   if (important >= 1 && important <= disk.totalCapacity) return important;
@@ -191,17 +203,21 @@ void OverviewController::readMountedDisks() {
 
 void OverviewController::reloadVolumes() {
   readMountedDisks();
-  const std::vector<std::string> added = addedDiskPaths();
-  const std::vector<std::string> removed = removedOverviewPaths();
-  diskRows_.clear();
-  for (const OverviewDisk& disk : mounted_) {
-    if (disk.path.empty() || contains(removed, disk.path)) continue;
-    if (disk.defaultRow || contains(added, disk.path)) diskRows_.push_back(disk);
-  }
+  diskRows_ = overviewDiskRows(mounted_);
   rebuildRows();
 }
 
+void OverviewController::refreshDiskFigures() {
+  readMountedDisks();
+  for (OverviewDisk& row : diskRows_) {
+    auto now = std::find_if(mounted_.begin(), mounted_.end(),
+                            [&](const OverviewDisk& disk) { return disk.path == row.path; });
+    if (now != mounted_.end()) row = *now;
+  }
+}
+
 void OverviewController::refreshCachedRow() {
+  refreshDiskFigures();
   rebuildRows();
 }
 
@@ -407,7 +423,8 @@ void OverviewController::scanFinished(const std::string& path, uint64_t token, S
                         : QString());
     if (handlers_.scanDidEnd) handlers_.scanDidEnd(completed);
   }
-  rebuildRows();
+  // The scan may have found a disk that filled up or emptied meanwhile.
+  refreshCachedRow();
 }
 
 void OverviewController::cancelScan() {
@@ -625,7 +642,8 @@ void OverviewController::showAlreadyAddedAlert(const std::string& path, const ch
 void OverviewController::addFolder(const std::string& location) {
   const std::string path = standardizeUserPath(location);
   if (path.empty()) return;
-  if (isFolderURLAlreadyAdded(path)) {
+  // A disk's mount point already has its disk row.
+  if (isFolderURLAlreadyAdded(path) || isVolumeURLAlreadyAdded(path)) {
     showAlreadyAddedAlert(path, "folder");
     return;
   }

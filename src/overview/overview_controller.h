@@ -69,6 +69,9 @@ struct OverviewDisk {
 
 // The disks mounted on this system, the root file system first.
 std::vector<OverviewDisk> systemOverviewDisks();
+// The disks of `mounted` that get a row, in their order: the default ones and those added with
+// Add Hard Disk, less those the user removed (both lists read from the preferences).
+std::vector<OverviewDisk> overviewDiskRows(std::vector<OverviewDisk> mounted);
 
 // Capacity figures of a disk row: available space (the figure for important usage when it lies
 // between 1 and the total), used space, and their texts in MB below a 1,000,000,000-byte total,
@@ -141,7 +144,7 @@ class OverviewController : public QObject {
   // Rows: disk rows first, then favourite folders, then the other known folders.
   const std::vector<OverviewRow>& rows() const { return rows_; }
   const OverviewRow* rowForPath(const std::string& path) const;
-  void refreshCachedRow();  // rebuilds the folder rows and refreshes the disk rows
+  void refreshCachedRow();  // rebuilds the rows with the disks' space figures read again
   void reloadVolumes();     // reads the disk list again
   std::vector<OverviewDisk> diskRowDisks() const { return diskRows_; }
 
@@ -229,6 +232,8 @@ class OverviewController : public QObject {
   void rebuildRows();
   // Reads the mounted disks again, without rebuilding the rows.
   void readMountedDisks();
+  // Reads the mounted disks again and gives the disk rows their new space figures.
+  void refreshDiskFigures();
   // Starts a freshness check without rebuilding the rows; false when there is nothing to check
   // (the completion has then run).
   bool beginFreshnessCheck(const ScanNodeRef& root,

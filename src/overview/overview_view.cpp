@@ -23,6 +23,7 @@
 #include "platform/file_manager.h"
 #include "platform/item_properties.h"
 #include "platform/paths.h"
+#include "ui/alert.h"
 #include "ui/qt_color.h"
 
 namespace tw {
@@ -212,16 +213,14 @@ void OverviewView::showSheet(QWidget* sheet) {
 }
 
 void OverviewView::showAlert(const QString& message, const QString& informativeText) {
-  auto* box = new QMessageBox(QMessageBox::Warning, message, message, QMessageBox::Ok, this);
-  box->setInformativeText(informativeText);
+  QMessageBox* box = makeAlert(this, QMessageBox::Warning, message, informativeText);
+  box->addButton(QMessageBox::Ok);
   showSheet(box);
 }
 
 void OverviewView::showChangedFolderChoice(const std::string& path) {
-  auto* box = new QMessageBox(this);
-  box->setIcon(QMessageBox::Warning);
-  box->setText(QString::fromUtf8(kChangedFolderMessage));
-  box->setInformativeText(QString::fromUtf8(kChangedFolderInformativeText));
+  QMessageBox* box = makeAlert(this, QMessageBox::Warning, QString::fromUtf8(kChangedFolderMessage),
+                               QString::fromUtf8(kChangedFolderInformativeText));
   QPushButton* rescan = box->addButton(QStringLiteral("Rescan"), QMessageBox::AcceptRole);
   QPushButton* view = box->addButton(QStringLiteral("View Saved Result"), QMessageBox::ActionRole);
   box->addButton(QMessageBox::Cancel);
@@ -234,9 +233,9 @@ void OverviewView::showChangedFolderChoice(const std::string& path) {
 }
 
 void OverviewView::confirmRemove(const std::string& path) {
-  auto* box = new QMessageBox(this);
-  box->setText(QStringLiteral("Are you sure you want to remove %1?")
-                   .arg(qs(controller_->displayName(path))));
+  QMessageBox* box = makeAlert(this, QMessageBox::Question,
+                               QStringLiteral("Are you sure you want to remove %1?")
+                                   .arg(qs(controller_->displayName(path))));
   QPushButton* yes = box->addButton(QStringLiteral("Yes"), QMessageBox::YesRole);
   box->addButton(QMessageBox::Cancel);
   box->setDefaultButton(yes);

@@ -4,36 +4,21 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
-#include <QSettings>
 #include <filesystem>
 
 #include "overview_test_support.h"
-#include "services/preferences.h"
 
 namespace tw {
 namespace {
 
-using test::makeController;
-using test::OverviewEnvironment;
-using test::Recorder;
-using test::waitUntil;
+using Access = OverviewControllerTestAccess;
+using Alert = std::pair<QString, QString>;
+using Paths = std::vector<std::string>;
+using OverviewControllerTest = test::OverviewWorld;
 
-class OverviewControllerTest : public ::testing::Test {
- protected:
-  OverviewEnvironment env;
-  Recorder recorder;
-
-  // A folder of `files` small files.
-  std::string makeFolder(const std::string& name, int files = 3) {
-    const std::string folder = env.tree.folder(name);
-    for (int i = 0; i < files; ++i)
-      env.tree.file(name + "/f" + std::to_string(i), files > 10 ? 0 : 4096);
-    return folder;
-  }
-};
-
-TEST_F(OverviewControllerTest, OverlappingScansStoreTheirResultsAndReportOneBatch) {
-  auto c = makeController(recorder);
+TEST_F(OverviewControllerTest, OverlappingScansStoreTheirResultsReportOneBatchAndFreeOffThread) {
+  keepBackgroundWork = true;
+  auto c = makeController();
   const std::string a = makeFolder("a"), b = makeFolder("b");
   int cleared = 0;
   QObject::connect(c.get(), &OverviewController::dockProgressCleared, [&] { ++cleared; });
@@ -43,130 +28,116 @@ TEST_F(OverviewControllerTest, OverlappingScansStoreTheirResultsAndReportOneBatc
   EXPECT_EQ(c->rowForPath(a)->statusText, "Scanning…");
   EXPECT_EQ(c->rowForPath(a)->primaryTitle, "Cancel");
   c->scanURL(b);
-  ASSERT_TRUE(waitUntil([&] { return !recorder.ended.empty(); }));
-  EXPECT_EQ(recorder.began, 1);
-  EXPECT_EQ(recorder.ended, std::vector<bool>{true});
-  ASSERT_EQ(recorder.completed.size(), 2u);
-  EXPECT_EQ(recorder.statuses,
-            (QStringList{"1 scan running in background", "2 scans running in background",
-                         "1 scan running in background", ""}));
+  ASSERT_TRUE(waitUntil([&] { return !ended.empty(); }));
+  EXPECT_EQ(began, 1);
+  EXPECT_EQ(ended, std::vector<bool>{true});
+  ASSERT_EQ(completed.size(), 2u);
+  EXPECT_EQ(statuses, (QStringList{"1 scan running in background", "2 scans running in background",
+                                   "1 scan running in background", ""}));
   EXPECT_EQ(cleared, 1);
-  EXPECT_EQ(c->cachedRoot(), recorder.completed.back());
+  EXPECT_EQ(c->cachedRoot(), completed.back());
   for (const std::string& folder : {a, b}) {
-    const ScanNodeRef result = c->resultForPath(folder);
-    ASSERT_TRUE(result);
-    EXPECT_GE(result->size(), 3u * 4096);  // allocated bytes of three files
+    ASSERT_TRUE(c->resultForPath(folder));
+    EXPECT_GE(c->resultForPath(folder)->size(), 3u * 4096);  // allocated bytes of three files
     EXPECT_EQ(c->rowForPath(folder)->statusText, "local folder");
-    EXPECT_EQ(c->rowForPath(folder)->primaryTitle, "View");
   }
   EXPECT_EQ(c->rowForPath(a)->accessibleName, "a, View");
-  EXPECT_EQ(c->knownFolderPaths(), (std::vector<std::string>{a, b}));
-}
+  EXPECT_EQ(c->knownFolderPaths(), (Paths{a, b}));
 
-TEST_F(OverviewControllerTest, ReplacedResultIsFreedOffTheGuiThread) {
-  recorder.keepBackgroundWork = true;
-  auto c = makeController(recorder);
-  const std::string folder = makeFolder("twice");
-  c->scanURL(folder);
-  ASSERT_TRUE(waitUntil([&] { return recorder.ended.size() == 1; }));
-  std::weak_ptr<ScanNode> first = c->resultForPath(folder);
-  recorder.completed.clear();
-  c->scanURL(folder);
-  ASSERT_TRUE(waitUntil([&] { return recorder.ended.size() == 2; }));
-  EXPECT_NE(c->resultForPath(folder), first.lock());
-  EXPECT_FALSE(first.expired());  // only the background work still holds the old tree
-  for (auto& work : recorder.backgroundWork) work();
+  // A replaced result is freed by the background work, never on the GUI thread.
+  std::weak_ptr<ScanNode> first = c->resultForPath(a);
+  completed.clear();
+  c->scanURL(a);
+  ASSERT_TRUE(waitUntil([&] { return ended.size() == 2; }));
+  EXPECT_NE(c->resultForPath(a), first.lock());
+  EXPECT_FALSE(first.expired());
+  for (auto& work : backgroundWork) work();
   EXPECT_TRUE(first.expired());
 }
 
-TEST_F(OverviewControllerTest, ProgressNeverMovesBackwardsAndStopsShortOfFull) {
+TEST_F(OverviewControllerTest, DiskProgressNeverMovesBackAndTheRowRereadsItsSpaceAfterTheScan) {
   const std::string disk = makeFolder("disk");
-  OverviewDisk d{disk, "Data", 2000000, 1000000, 1000000, true, true};
-  auto c = makeController(recorder, {d});
+  disks = {{disk, "Data", 900000000, 500000000, 500000000, true, true}};
+  auto c = makeController();
+  EXPECT_EQ(c->rowForPath(disk)->freeText, "500.0 MB free");
   c->scanURL(disk);
-  OverviewControllerTestAccess::progress(*c, disk, 0.6);
-  OverviewControllerTestAccess::progress(*c, disk, 0.4);
+  for (double fraction : {0.6, 0.4, -1.0}) Access::progress(*c, disk, fraction);
   EXPECT_DOUBLE_EQ(c->scanProgress(disk), 0.6);
   EXPECT_DOUBLE_EQ(c->rowForPath(disk)->barValue, 0.6);
-  OverviewControllerTestAccess::progress(*c, disk, -1);
-  EXPECT_DOUBLE_EQ(c->scanProgress(disk), 0.6);
-  OverviewControllerTestAccess::progress(*c, disk, 1.0);
-  EXPECT_DOUBLE_EQ(c->scanProgress(disk), 0.995);
-  EXPECT_DOUBLE_EQ(c->averageProgress(), 0.995);
+  Access::progress(*c, disk, 1.0);
+  EXPECT_DOUBLE_EQ(c->averageProgress(), 0.995);  // never full before the result exists
 
   // A completion from a scanner that is no longer the location's changes nothing.
-  OverviewControllerTestAccess::staleCompletion(*c, disk, ScanNode::makeRoot(disk, true));
+  Access::staleCompletion(*c, disk, ScanNode::makeRoot(disk, true));
   EXPECT_TRUE(c->isScanning(disk));
   EXPECT_FALSE(c->resultForPath(disk));
-  ASSERT_TRUE(waitUntil([&] { return !recorder.ended.empty(); }));
-  EXPECT_EQ(recorder.completed.size(), 1u);
-  EXPECT_EQ(c->rowForPath(disk)->primaryTitle, "View");
+  disks[0].availableCapacity = disks[0].availableForImportantUsage = 497000000;  // 3 MB written
+  ASSERT_TRUE(waitUntil([&] { return !ended.empty(); }));
+  EXPECT_EQ(completed.size(), 1u);
+  const OverviewRow& row = *c->rowForPath(disk);
+  EXPECT_EQ(row.primaryTitle, "View");
+  EXPECT_EQ(row.freeText, "497.0 MB free");
+  EXPECT_EQ(row.usedText, "403.0 MB used");
 }
 
-TEST_F(OverviewControllerTest, CancelOrADeletedFolderEndsTheScanCleanly) {
-  auto c = makeController(recorder);
-  const std::string doomed = makeFolder("doomed", 50), a = makeFolder("many"),
-                    b = makeFolder("more");
-  recorder.holdWalks->store(true);
+TEST_F(OverviewControllerTest, CancelADeletedFolderOrAnUnmountedDiskEndsTheScanCleanly) {
+  auto c = makeController();
+  const std::string doomed = makeFolder("doomed", 50), a = makeFolder("many"), b = makeFolder("b");
+  holdWalks->store(true);
   c->scanURL(doomed);
   std::filesystem::remove_all(doomed);
-  recorder.holdWalks->store(false);
-  ASSERT_TRUE(waitUntil([&] { return !recorder.ended.empty(); }));
-  EXPECT_EQ(recorder.ended.size(), 1u);
+  holdWalks->store(false);
+  ASSERT_TRUE(waitUntil([&] { return !ended.empty(); }));
   EXPECT_EQ(c->runningScanCount(), 0u);
   EXPECT_FALSE(c->rowForPath(doomed)->scanning);
 
-  recorder.ended.clear();
-  recorder.completed.clear();
-  recorder.holdWalks->store(true);
+  ended.clear();
+  completed.clear();
+  holdWalks->store(true);
   c->scanURL(a);
   c->scanURL(b);
   c->cancelScan();
-  recorder.holdWalks->store(false);
-  ASSERT_TRUE(waitUntil([&] { return !recorder.ended.empty(); }));
-  EXPECT_EQ(recorder.ended, std::vector<bool>{false});
-  EXPECT_TRUE(recorder.completed.empty());
+  holdWalks->store(false);
+  ASSERT_TRUE(waitUntil([&] { return !ended.empty(); }));
+  EXPECT_EQ(ended, std::vector<bool>{false});
+  EXPECT_TRUE(completed.empty());
   EXPECT_EQ(c->statusText(), "Scan cancelled");
-  EXPECT_EQ(c->runningScanCount(), 0u);
   EXPECT_EQ(c->rowForPath(a)->primaryTitle, "Scan");
-}
 
-TEST_F(OverviewControllerTest, DiskUnmountedWhileScanningEndsTheScan) {
-  if (!test::canMount())
-    GTEST_SKIP() << "mounting is not allowed here (needs root with CAP_SYS_ADMIN)";
-  const std::string mountPoint = env.tree.folder("stick");
+  if (!test::canMount()) GTEST_SKIP() << "mounting is not allowed here (needs CAP_SYS_ADMIN)";
+  const std::string stick = env.tree.folder("stick");
   test::MountGuard mounts;
-  ASSERT_TRUE(mounts.mount("tarnwell-test", mountPoint, "tmpfs", 0, "size=16m"));
+  ASSERT_TRUE(mounts.mount("tarnwell-test", stick, "tmpfs", 0, "size=16m"));
   for (int i = 0; i < 200; ++i) env.tree.file("stick/f" + std::to_string(i), 4096);
-  OverviewDisk disk{mountPoint, "stick", 16 << 20, 8 << 20, 8 << 20, false, true};
-  auto c = makeController(recorder, {disk}, [](const std::string&) { return true; });
-
-  recorder.holdWalks->store(true);
-  c->scanURL(mountPoint);
-  ASSERT_TRUE(c->isScanning(mountPoint));
-  ASSERT_EQ(::umount2(mountPoint.c_str(), MNT_DETACH), 0);
-  recorder.holdWalks->store(false);
-
-  ASSERT_TRUE(waitUntil([&] { return !recorder.ended.empty(); }));
-  EXPECT_EQ(recorder.ended.size(), 1u);
+  disks = {{stick, "stick", 16 << 20, 8 << 20, 8 << 20, false, true}};
+  c->reloadVolumes();
+  ended.clear();
+  holdWalks->store(true);
+  c->scanURL(stick);
+  ASSERT_TRUE(c->isScanning(stick));
+  ASSERT_EQ(::umount2(stick.c_str(), MNT_DETACH), 0);
+  holdWalks->store(false);
+  ASSERT_TRUE(waitUntil([&] { return !ended.empty(); }));
   EXPECT_EQ(c->runningScanCount(), 0u);
-  EXPECT_FALSE(c->rowForPath(mountPoint)->scanning);
+  EXPECT_FALSE(c->rowForPath(stick)->scanning);
   EXPECT_NE(c->statusText(), "1 scan running in background");
 }
 
 TEST_F(OverviewControllerTest, FreshnessCheckTrustsAnUnchangedFolderAndFlagsAnAddedFile) {
-  auto c = makeController(recorder);
+  auto c = makeController();
   const std::string folder = makeFolder("photos");
   c->scanURL(folder);
-  ASSERT_TRUE(waitUntil([&] { return !recorder.ended.empty(); }));
+  ASSERT_TRUE(waitUntil([&] { return !ended.empty(); }));
   const ScanNodeRef root = c->resultForPath(folder);
-
-  std::optional<std::pair<bool, bool>> answer;
-  c->validateCachedFolderRoot(
-      root, [&](bool changed, bool checked) { answer = std::make_pair(changed, checked); });
-  EXPECT_EQ(c->rowForPath(folder)->statusText, "checking for changes…");
-  ASSERT_TRUE(waitUntil([&] { return answer.has_value(); }));
-  EXPECT_EQ(*answer, std::make_pair(false, true));
+  auto check = [&](std::pair<bool, bool> expected) {
+    std::optional<std::pair<bool, bool>> answer;
+    c->validateCachedFolderRoot(
+        root, [&](bool changed, bool checked) { answer = std::make_pair(changed, checked); });
+    EXPECT_EQ(c->rowForPath(folder)->statusText, "checking for changes…");
+    ASSERT_TRUE(waitUntil([&] { return answer.has_value(); }));
+    EXPECT_EQ(*answer, expected);
+  };
+  check({false, true});
   EXPECT_FALSE(c->isStale(folder));
   EXPECT_TRUE(c->lastFreshnessCheck(folder).has_value());
 
@@ -174,26 +145,20 @@ TEST_F(OverviewControllerTest, FreshnessCheckTrustsAnUnchangedFolderAndFlagsAnAd
   c->primaryAction(folder);
   EXPECT_EQ(c->rowForPath(folder)->primaryTitle, "Checking…");
   EXPECT_FALSE(c->rowForPath(folder)->primaryEnabled);
-  ASSERT_TRUE(waitUntil([&] { return !recorder.shown.empty(); }));
-  EXPECT_EQ(recorder.shown[0], root);
+  ASSERT_TRUE(waitUntil([&] { return !shown.empty(); }));
+  EXPECT_EQ(shown[0], root);
 
   env.tree.file("photos/new", 0);
-  answer.reset();
-  c->validateCachedFolderRoot(
-      root, [&](bool changed, bool checked) { answer = std::make_pair(changed, checked); });
-  ASSERT_TRUE(waitUntil([&] { return answer.has_value(); }));
-  EXPECT_EQ(*answer, std::make_pair(true, true));
+  check({true, true});
   EXPECT_TRUE(c->isStale(folder));
   EXPECT_EQ(c->rowForPath(folder)->statusText, "Rescan recommended");
   EXPECT_EQ(c->rowForPath(folder)->status, FolderStatus::kRescanRecommended);
-
-  // A stale result offers the changed-folder choice at once.
-  c->primaryAction(folder);
-  EXPECT_EQ(recorder.changedChoices, std::vector<std::string>{folder});
+  c->primaryAction(folder);  // a stale result offers the changed-folder choice at once
+  EXPECT_EQ(changedChoices, Paths{folder});
 }
 
 TEST_F(OverviewControllerTest, RestoreKeepsTheNewerResultAndSkipsRemovedPaths) {
-  auto c = makeController(recorder);
+  auto c = makeController();
   const std::string kept = makeFolder("kept"), gone = makeFolder("gone");
   c->setRemovedFromOverview(gone, true);
   auto root = [](const std::string& path, double date) {
@@ -203,58 +168,48 @@ TEST_F(OverviewControllerTest, RestoreKeepsTheNewerResultAndSkipsRemovedPaths) {
   };
   const ScanNodeRef newer = root(kept, 2000), older = root(kept, 1000);
   c->restoreCachedScanRoots({newer, older, root(gone, 3000)});
+  c->restoreCachedScanRoots({older});
   EXPECT_EQ(c->resultForPath(kept), newer);
   EXPECT_FALSE(c->resultForPath(gone));
   EXPECT_EQ(c->rowForPath(gone), nullptr);
-  c->restoreCachedScanRoots({older});
-  EXPECT_EQ(c->resultForPath(kept), newer);
-  EXPECT_EQ(c->knownFolderPaths(), std::vector<std::string>{kept});
+  EXPECT_EQ(c->knownFolderPaths(), Paths{kept});
   ASSERT_TRUE(waitUntil([&] { return !c->isChecking(kept); }));
 }
 
-TEST_F(OverviewControllerTest, FavouritesComeFirstAndNonUtf8PathsSurviveTheNextStart) {
+TEST_F(OverviewControllerTest, FavouritesLeadNonUtf8PathsSurviveARestartAndRemovalAsksTheLibrary) {
   const std::string odd = "/data/caf\xe9 %41";
   {
-    auto c = makeController(recorder);
+    auto c = makeController();
     for (const std::string& path : {std::string("/data/a"), odd, std::string("/data/c")})
       c->addFolder(path);
     c->toggleFavorite(odd);
-    std::vector<std::string> order;
+    Paths order;
     for (const OverviewRow& row : c->rows()) order.push_back(row.path);
-    EXPECT_EQ(order, (std::vector<std::string>{odd, "/data/a", "/data/c"}));
+    EXPECT_EQ(order, (Paths{odd, "/data/a", "/data/c"}));
     EXPECT_TRUE(c->rowForPath(odd)->favorite);
     c->addFolder("/data/a/");  // listed once
-    ASSERT_EQ(recorder.alerts.size(), 1u);
-    EXPECT_EQ(recorder.alerts[0].first,
-              "\u201C"
-              "a\u201D is already added");
+    EXPECT_EQ(alerts, (std::vector<Alert>{{"“a” is already added", "Choose a different folder."}}));
   }
-  auto again = makeController(recorder);
-  EXPECT_EQ(again->knownFolderPaths(), (std::vector<std::string>{"/data/a", odd, "/data/c"}));
-  EXPECT_EQ(again->favoriteFolderPaths(), std::vector<std::string>{odd});
-  EXPECT_NE(again->rowForPath(odd), nullptr);
-}
+  auto c = makeController();
+  EXPECT_EQ(c->knownFolderPaths(), (Paths{"/data/a", odd, "/data/c"}));
+  EXPECT_EQ(c->favoriteFolderPaths(), Paths{odd});
+  EXPECT_NE(c->rowForPath(odd), nullptr);
 
-TEST_F(OverviewControllerTest, RemoveFailureLeavesThePreferencesAlone) {
-  auto c = makeController(recorder);
-  c->addFolder("/data/keep");
-  c->toggleFavorite("/data/keep");
-  recorder.removeError = Error{kPOSIXErrorDomain, 13, "Permission denied"};
-  c->removeLocation("/data/keep");
-  ASSERT_EQ(recorder.alerts.size(), 1u);
-  EXPECT_EQ(recorder.alerts[0].first, "Unable to Remove keep");
-  EXPECT_EQ(c->knownFolderPaths(), std::vector<std::string>{"/data/keep"});
-  EXPECT_EQ(c->favoriteFolderPaths(), std::vector<std::string>{"/data/keep"});
+  // A library that cannot remove the scans leaves the preferences alone.
+  removeError = Error{kPOSIXErrorDomain, 13, "Permission denied"};
+  c->removeLocation(odd);
+  EXPECT_EQ(alerts.back().first, "Unable to Remove caf\ufffd %41");
+  EXPECT_EQ(c->favoriteFolderPaths(), Paths{odd});
   EXPECT_TRUE(c->removedOverviewPaths().empty());
-
-  recorder.removeError.reset();
-  c->removeLocation("/data/keep");
-  EXPECT_TRUE(c->knownFolderPaths().empty());
+  removeError.reset();
+  c->removeLocation(odd);
+  EXPECT_EQ(removeRequests, (Paths{odd, odd}));
+  EXPECT_EQ(c->knownFolderPaths(), (Paths{"/data/a", "/data/c"}));
   EXPECT_TRUE(c->favoriteFolderPaths().empty());
-  EXPECT_EQ(c->removedOverviewPaths(), std::vector<std::string>{"/data/keep"});
-  EXPECT_EQ(c->rowForPath("/data/keep"), nullptr);
-  c->addFolder("/data/keep");  // adding again brings the row back
-  EXPECT_NE(c->rowForPath("/data/keep"), nullptr);
+  EXPECT_EQ(c->removedOverviewPaths(), Paths{odd});
+  EXPECT_EQ(c->rowForPath(odd), nullptr);
+  c->addFolder(odd);  // adding again brings the row back
+  EXPECT_NE(c->rowForPath(odd), nullptr);
   EXPECT_TRUE(c->removedOverviewPaths().empty());
 }
 
@@ -262,10 +217,10 @@ TEST_F(OverviewControllerTest, DiskFiguresSwitchFromMegabytesToGigabytesAtOneBil
   EXPECT_EQ(formatDiskFigure(999999999, 999999999), "1,000.0 MB");
   EXPECT_EQ(formatDiskFigure(1000000000, 1000000000), "1.0 GB");
   EXPECT_EQ(formatDiskFigure(1234567890123, 2000000000000), "1,234.6 GB");
-  OverviewDisk small{"/media/stick", "", 999999999, 499999999, 0, false, true};
-  OverviewDisk big{"/", "", 1000000000, 250000000, 300000000, true, true};
-  EXPECT_EQ(diskAvailableBytes(big), 300000000u);  // the important-usage figure when in range
-  auto c = makeController(recorder, {big, small});
+  disks = {{"/", "", 1000000000, 250000000, 300000000, true, true},
+           {"/media/stick", "", 999999999, 499999999, 0, false, true}};
+  EXPECT_EQ(diskAvailableBytes(disks[0]), 300000000u);  // the important-usage figure when in range
+  auto c = makeController();
   ASSERT_EQ(c->rows().size(), 2u);
   const OverviewRow& root = c->rows()[0];
   EXPECT_EQ(root.name, "Root Disk");
@@ -282,46 +237,46 @@ TEST_F(OverviewControllerTest, DiskFiguresSwitchFromMegabytesToGigabytesAtOneBil
 TEST_F(OverviewControllerTest, UnlockAcceptsOnlyTheExpectedDiskOnceItIsReadable) {
   const std::string mine = env.tree.folder("disks/data"), other = env.tree.folder("disks/other");
   env.tree.file("disks/data/inside", 4096);
-  bool readable = false;
-  auto c = makeController(
-      recorder,
-      {{mine, "data", 1000, 500, 0, true, true}, {other, "other", 1000, 500, 0, true, true}},
-      [&](const std::string& path) { return path != mine || readable; });
+  disks = {{mine, "data", 1000, 500, 0, true, true}, {other, "other", 1000, 500, 0, true, true}};
+  unreadable = {mine};
+  auto c = makeController();
   EXPECT_EQ(c->rowForPath(mine)->primaryTitle, "Unlock");
   c->scanURL(mine);  // no access: the unlock flow instead of a scan
   EXPECT_FALSE(c->isScanning(mine));
-  EXPECT_EQ(recorder.unlockRequests, std::vector<std::string>{mine});
-  EXPECT_EQ(recorder.revealed, std::vector<std::string>{mine});
-
+  EXPECT_EQ(unlockRequests, Paths{mine});
+  EXPECT_EQ(revealed, Paths{mine});
   EXPECT_EQ(c->acceptDroppedVolume(other + "/x"), UnlockOutcome::kDifferentDisk);
-  EXPECT_EQ(recorder.alerts.back(),
-            std::make_pair(QString("That is a different disk"),
-                           QString("Drag data from the Files window onto the target.")));
+  EXPECT_EQ(alerts.back(),
+            Alert("That is a different disk", "Drag data from the Files window onto the target."));
   EXPECT_EQ(c->acceptDroppedVolume(mine + "/inside"), UnlockOutcome::kNotGranted);
-  EXPECT_EQ(recorder.alerts.back().first, "Unable to Unlock Disk");
+  EXPECT_EQ(alerts.back().first, "Unable to Unlock Disk");
   EXPECT_EQ(c->unlockingDiskPath(), mine);
-
-  readable = true;
+  unreadable.clear();
   EXPECT_EQ(c->acceptDroppedVolume(mine), UnlockOutcome::kUnlocked);
   EXPECT_TRUE(c->unlockingDiskPath().empty());
   EXPECT_TRUE(c->isScanning(mine));
-  ASSERT_TRUE(waitUntil([&] { return !recorder.ended.empty(); }));
+  ASSERT_TRUE(waitUntil([&] { return !ended.empty(); }));
 }
 
-TEST_F(OverviewControllerTest, DroppedItemsAddFoldersAndBeepForFiles) {
+TEST_F(OverviewControllerTest, DroppedOrChosenItemsAddFoldersDisksGetTheirRowFilesBeep) {
   const std::string disk = env.tree.folder("mnt/usb");
-  auto c = makeController(recorder, {{disk, "usb", 1000, 500, 0, false, false}});
+  disks = {{disk, "usb", 1000, 500, 0, false, false}};
+  auto c = makeController();
   c->scanDroppedURL(env.tree.file("loose.txt", 10));
-  EXPECT_EQ(recorder.beeps, 1);
+  EXPECT_EQ(beeps, 1);
   const std::string folder = makeFolder("dropped");
   c->scanDroppedURL(folder);
   ASSERT_NE(c->rowForPath(folder), nullptr);
   EXPECT_FALSE(c->isScanning(folder));  // a dropped folder is added, not scanned
   c->scanDroppedURL(disk);              // a disk without a row gets one and its scan starts
-  ASSERT_NE(c->rowForPath(disk), nullptr);
+  ASSERT_TRUE(c->rowForPath(disk) && c->rowForPath(disk)->disk);
   EXPECT_TRUE(c->isScanning(disk));
-  ASSERT_TRUE(waitUntil([&] { return !recorder.ended.empty(); }));
+  ASSERT_TRUE(waitUntil([&] { return !ended.empty(); }));
   EXPECT_TRUE(c->rowForPath(disk)->hasResult);
+  // "Scan Folder…" on a disk's mount point: it already has its row, and no folder is stored.
+  c->addFolder(disk + "/");
+  EXPECT_EQ(alerts, (std::vector<Alert>{{"“usb” is already added", "Choose a different folder."}}));
+  EXPECT_EQ(c->knownFolderPaths(), Paths{folder});
 }
 
 }  // namespace

@@ -19,13 +19,12 @@ void OverviewControllerTestAccess::staleCompletion(OverviewController& c, const 
 
 namespace test {
 
-std::unique_ptr<OverviewController> makeController(Recorder& r, std::vector<OverviewDisk> disks,
-                                                   std::function<bool(const std::string&)> access) {
+std::unique_ptr<OverviewController> OverviewWorld::makeController() {
   OverviewController::Options options;
-  options.disks = [disks] { return disks; };
-  options.hasDiskAccess = access ? access : [](const std::string&) { return true; };
-  options.revealDisk = [&r](const std::string& path) { r.revealed.push_back(path); };
-  options.scannerOptions = [hold = r.holdWalks] {
+  options.disks = [this] { return disks; };
+  options.hasDiskAccess = [this](const std::string& path) { return !unreadable.count(path); };
+  options.revealDisk = [this](const std::string& path) { revealed.push_back(path); };
+  options.scannerOptions = [hold = holdWalks] {
     DirectoryScanner::Options o;
     o.threads = 1;
     o.settings = [hold] {
@@ -34,38 +33,40 @@ std::unique_ptr<OverviewController> makeController(Recorder& r, std::vector<Over
     };
     return o;
   };
-  if (r.keepBackgroundWork)
-    options.backgroundExecutor = [&r](std::function<void()> work) {
-      r.backgroundWork.push_back(std::move(work));
-    };
+  if (keepBackgroundWork)
+    options.backgroundExecutor = [this](auto work) { backgroundWork.push_back(std::move(work)); };
   auto c = std::make_unique<OverviewController>(options);
   OverviewController::Handlers h;
-  h.showResult = [&r](const ScanNodeRef& root) { r.shown.push_back(root); };
-  h.forgetResult = [&r](const ScanNodeRef& root) { r.forgotten.push_back(root); };
-  h.removeScansForPath = [&r](const std::string& path,
-                              std::function<void(std::optional<Error>)> done) {
-    r.removeRequests.push_back(path);
-    done(r.removeError);
+  h.showResult = [this](const ScanNodeRef& root) { shown.push_back(root); };
+  h.forgetResult = [this](const ScanNodeRef& root) { forgotten.push_back(root); };
+  h.removeScansForPath = [this](const std::string& path, auto done) {
+    removeRequests.push_back(path);
+    done(removeError);
   };
-  h.scanDidBegin = [&r] { ++r.began; };
-  h.scanDidEnd = [&r](bool completed) { r.ended.push_back(completed); };
-  h.scanCompleted = [&r](const ScanNodeRef& root) { r.completed.push_back(root); };
+  h.scanDidBegin = [this] { ++began; };
+  h.scanDidEnd = [this](bool completedScan) { ended.push_back(completedScan); };
+  h.scanCompleted = [this](const ScanNodeRef& root) { completed.push_back(root); };
   c->setHandlers(std::move(h));
-  OverviewController* raw = c.get();
-  QObject::connect(raw, &OverviewController::statusChanged,
-                   [&r](const QString& text) { r.statuses << text; });
-  QObject::connect(raw, &OverviewController::alertRequested,
-                   [&r](const QString& m, const QString& i) { r.alerts.emplace_back(m, i); });
-  QObject::connect(raw, &OverviewController::changedFolderChoiceRequested,
-                   [&r](const std::string& p) { r.changedChoices.push_back(p); });
-  QObject::connect(raw, &OverviewController::unlockRequested,
-                   [&r](const std::string& p) { r.unlockRequests.push_back(p); });
-  QObject::connect(raw, &OverviewController::beepRequested, [&r] { ++r.beeps; });
-  QObject::connect(raw, &OverviewController::addHardDiskRequested, [&r] { ++r.addDiskSheets; });
+  using C = OverviewController;
+  QObject::connect(c.get(), &C::statusChanged, [this](const QString& text) { statuses << text; });
+  QObject::connect(c.get(), &C::alertRequested,
+                   [this](const QString& m, const QString& i) { alerts.emplace_back(m, i); });
+  QObject::connect(c.get(), &C::changedFolderChoiceRequested,
+                   [this](const std::string& p) { changedChoices.push_back(p); });
+  QObject::connect(c.get(), &C::unlockRequested,
+                   [this](const std::string& p) { unlockRequests.push_back(p); });
+  QObject::connect(c.get(), &C::beepRequested, [this] { ++beeps; });
+  QObject::connect(c.get(), &C::addHardDiskRequested, [this] { ++addDiskSheets; });
   return c;
 }
 
-bool waitUntil(const std::function<bool()>& done) {
+std::string OverviewWorld::makeFolder(const std::string& name, int files) {
+  const std::string folder = env.tree.folder(name);
+  for (int i = 0; i < files; ++i) env.tree.file(name + "/f" + std::to_string(i), 4096);
+  return folder;
+}
+
+bool OverviewWorld::waitUntil(const std::function<bool()>& done) {
   QElapsedTimer timer;
   timer.start();
   while (!done()) {

@@ -1,13 +1,15 @@
-// Overview test helpers: the shared desktop world, a controller with an injected disk list and
-// every handler recorded, and event-loop waits.
+// The overview's test world: a private desktop, and controllers over a disk list the test edits
+// (the one seam for the system's disks and their access) with every handler and signal recorded.
 #pragma once
 
-#include <QString>
+#include <gtest/gtest.h>
+
 #include <QStringList>
 #include <atomic>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,34 +26,34 @@ struct OverviewControllerTestAccess {
 
 namespace test {
 
-using OverviewEnvironment = DesktopEnvironment;
+class OverviewWorld : public ::testing::Test {
+ protected:
+  // A controller over `disks`, whose scanners use the system layout on the world's folders.
+  std::unique_ptr<OverviewController> makeController();
+  // A folder of `files` files of 4096 bytes in the world.
+  std::string makeFolder(const std::string& name, int files = 3);
+  // Runs the event loop until `done` answers true; false when 20 s pass first.
+  static bool waitUntil(const std::function<bool()>& done);
 
-// What the handlers and signals of one controller reported.
-struct Recorder {
-  int began = 0;
-  std::vector<bool> ended;
-  std::vector<ScanNodeRef> completed, shown, forgotten;
-  std::vector<std::string> removeRequests;
-  std::optional<Error> removeError;  // what the remove handler answers
-  QStringList statuses;
-  std::vector<std::pair<QString, QString>> alerts;
-  std::vector<std::string> changedChoices, unlockRequests, revealed;
-  int beeps = 0, addDiskSheets = 0;
-  // While true, walks wait before they start (set it before scanning, clear it to let them run).
+  DesktopEnvironment env;
+  // What the system reports, read at every call; mount points in `unreadable` cannot be read.
+  std::vector<OverviewDisk> disks;
+  std::set<std::string> unreadable;
+  // While true, walks wait before they start.
   std::shared_ptr<std::atomic<bool>> holdWalks = std::make_shared<std::atomic<bool>>(false);
   // When set before the controller is made, background work (freeing trees) waits here.
   bool keepBackgroundWork = false;
   std::vector<std::function<void()>> backgroundWork;
+
+  // What the handlers and signals reported.
+  int began = 0, beeps = 0, addDiskSheets = 0;
+  std::vector<bool> ended;
+  std::vector<ScanNodeRef> completed, shown, forgotten;
+  std::vector<std::string> removeRequests, changedChoices, unlockRequests, revealed;
+  std::optional<Error> removeError;  // what the remove handler answers
+  QStringList statuses;
+  std::vector<std::pair<QString, QString>> alerts;
 };
-
-// A controller over `disks` whose scanners use the system layout on temporary folders, with every
-// handler and signal reported to `recorder`.
-std::unique_ptr<OverviewController> makeController(
-    Recorder& recorder, std::vector<OverviewDisk> disks = {},
-    std::function<bool(const std::string&)> access = {});
-
-// Runs the event loop until `done` answers true; false when 20 s pass first.
-bool waitUntil(const std::function<bool()>& done);
 
 }  // namespace test
 }  // namespace tw
