@@ -33,7 +33,50 @@ class PrivateHomeEnvironment : public ::testing::Environment {
 [[maybe_unused]] ::testing::Environment* const privateHome =
     ::testing::AddGlobalTestEnvironment(new PrivateHomeEnvironment);
 
+// Whether the file open as `fd` has a path containing `text`.
+bool fdPathContains(int fd, const std::string& text) {
+  char path[4096];
+  const ssize_t n =
+      ::readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof path - 1);
+  return n > 0 && std::string(path, static_cast<std::size_t>(n)).find(text) != std::string::npos;
+}
+
+ssize_t faultyWrite(int fd, const void* buffer, size_t count, off_t offset) {
+  static int writes = 0;
+  if ((FaultyCalls::failWrite || FaultyCalls::stopAtWrite) &&
+      fdPathContains(fd, FaultyCalls::target)) {
+    if (FaultyCalls::failWrite) {
+      errno = FaultyCalls::failWrite;
+      return -1;
+    }
+    if (++writes == FaultyCalls::stopAtWrite) {
+      (void)!::pwrite(fd, buffer, count / 2, offset);
+      (void)!::write(FaultyCalls::notifyFd, "x", 1);
+      for (;;) ::pause();
+    }
+  }
+  return ::pwrite(fd, buffer, count, offset);
+}
+
+int faultyRename(const char* from, const char* to) {
+  if (FaultyCalls::failRename && std::string(from).find(FaultyCalls::target) != std::string::npos) {
+    errno = FaultyCalls::failRename;
+    return -1;
+  }
+  return ::rename(from, to);
+}
+
 }  // namespace
+
+const FileSystemCalls* FaultyCalls::calls() {
+  static FileSystemCalls c = [] {
+    FileSystemCalls out = FileSystemCalls::system();
+    out.pwrite = &faultyWrite;
+    out.rename = &faultyRename;
+    return out;
+  }();
+  return &c;
+}
 
 Executor MainQueue::executor() const {
   return [inner = inner_](std::function<void()> work) {
@@ -62,6 +105,7 @@ bool MainQueue::runUntil(const std::function<bool()>& done, double seconds) {
 void LibraryTest::SetUp() {
   ::setenv("XDG_DATA_HOME", data.root().c_str(), 1);
   QSettings(library::kSettingsOrganization, library::kSettingsApplication).clear();
+  FaultyCalls::failWrite = FaultyCalls::failRename = FaultyCalls::stopAtWrite = 0;
 }
 
 void LibraryTest::TearDown() {
@@ -72,12 +116,10 @@ void LibraryTest::TearDown() {
 
 std::unique_ptr<ScanLibrary> LibraryTest::makeLibrary(ScanLibrary::Options options) {
   if (!options.mainExecutor) options.mainExecutor = main.executor();
-  if (!options.log) {
-    options.log = [this](const std::string& line) {
-      std::lock_guard lock(loggedMutex);
-      logged.push_back(line);
-    };
-  }
+  options.log = [this](const std::string& line) {
+    std::lock_guard lock(loggedMutex);
+    logged.push_back(line);
+  };
   return std::make_unique<ScanLibrary>(std::move(options));
 }
 
@@ -97,17 +139,9 @@ RestoreOutcome LibraryTest::restoreAndWait(ScanLibrary& library) {
 
 std::unique_ptr<ScanLibrary> inlineLibrary(const FileSystemCalls* calls) {
   ScanLibrary::Options options;
-  options.mainExecutor = inlineExecutor();
   options.backgroundExecutor = inlineExecutor();
   options.calls = calls;
   return std::make_unique<ScanLibrary>(std::move(options));
-}
-
-bool fdPathContains(int fd, const std::string& text) {
-  char path[4096];
-  const ssize_t n =
-      ::readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, sizeof path - 1);
-  return n > 0 && std::string(path, static_cast<std::size_t>(n)).find(text) != std::string::npos;
 }
 
 ScanNodeRef makeScan(const std::string& location, double date, int files) {
@@ -144,23 +178,18 @@ void execSql(const std::string& path, const std::string& sql) {
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
             SQLITE_OK);
-  char* message = nullptr;
-  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &message), SQLITE_OK)
-      << (message ? message : "") << "\n"
-      << sql;
-  sqlite3_free(message);
+  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sql;
   sqlite3_close_v2(db);
 }
 
 std::string quickCheck(const std::string& path) {
   sqlite3* db = nullptr;
-  std::string verdict;
   sqlite3_stmt* statement = nullptr;
+  std::string verdict;
   if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK &&
       sqlite3_prepare_v2(db, "PRAGMA quick_check", -1, &statement, nullptr) == SQLITE_OK &&
-      sqlite3_step(statement) == SQLITE_ROW) {
+      sqlite3_step(statement) == SQLITE_ROW)
     verdict = reinterpret_cast<const char*>(sqlite3_column_text(statement, 0));
-  }
   sqlite3_finalize(statement);
   sqlite3_close_v2(db);
   return verdict;

@@ -1,5 +1,5 @@
-// Shared helpers of the scan library tests: a stand-in for the GUI thread, a private HOME and XDG
-// folders per test, and small scans written straight into a library folder.
+// The scan library's test world: a stand-in for the GUI thread, a private library folder and
+// preferences per test, one seam for file faults, and small scans written straight to disk.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -24,7 +24,6 @@ class MainQueue {
   Executor executor() const;
   // Runs posted callbacks until `done` answers true; false when `seconds` pass first.
   bool runUntil(const std::function<bool()>& done, double seconds = 60);
-  // Runs what is queued now and what arrives within `seconds`.
   void drain(double seconds = 0.2) {
     runUntil([] { return false; }, seconds);
   }
@@ -38,16 +37,22 @@ class MainQueue {
   std::shared_ptr<Inner> inner_ = std::make_shared<Inner>();
 };
 
-// A fresh XDG_DATA_HOME per test and empty preferences. HOME, XDG_CONFIG_HOME and
-// XDG_RUNTIME_DIR point into one temporary folder for the whole test program.
+// File calls for files whose path contains `target`: a write or a rename fails with the errno
+// given, or the `stopAtWrite`th write is torn, `notifyFd` hears of it and the process waits to be
+// killed. Everything else goes to the system.
+struct FaultyCalls {
+  static inline std::string target;
+  static inline int failWrite = 0, failRename = 0, stopAtWrite = 0, notifyFd = -1;
+  static const FileSystemCalls* calls();
+};
+
 class LibraryTest : public ::testing::Test {
  protected:
   void SetUp() override;
   void TearDown() override;
 
-  // A library on the real thread pool whose callbacks go through `main`.
+  // A library on the real thread pool whose callbacks go through `main`, logging to `logged`.
   std::unique_ptr<ScanLibrary> makeLibrary(ScanLibrary::Options options = {});
-  // Saves through `library` as an accepted scan and waits for the save to finish.
   SaveOutcome acceptAndWait(ScanLibrary& library, const ScanNodeRef& root);
   RestoreOutcome restoreAndWait(ScanLibrary& library);
 
@@ -57,18 +62,14 @@ class LibraryTest : public ::testing::Test {
 
   TempTree data;
   MainQueue main;
-  std::vector<std::string> logged;  // lines the libraries made by makeLibrary logged
+  std::vector<std::string> logged;
   std::mutex loggedMutex;
 };
 
 // A library doing all its work on the calling thread (for forked children), logging to stderr.
 std::unique_ptr<ScanLibrary> inlineLibrary(const FileSystemCalls* calls = nullptr);
-// Whether the file open as `fd` has a path containing `text` (for faults aimed at one file).
-bool fdPathContains(int fd, const std::string& text);
-
-// A scan of `location` taken at `date` with `files` files of 4096 bytes.
+// A scan of `location` taken at `date` with `files` files of 4096 bytes, in memory or on disk.
 ScanNodeRef makeScan(const std::string& location, double date, int files = 3);
-// Writes a scan of `location` at `date` to `path` as a complete scan database.
 void writeScan(const std::string& path, const std::string& location, double date, int files = 3);
 // The location and date stored in a scan database ("" and 0 when unreadable).
 std::string storedLocation(const std::string& path);

@@ -1,3 +1,4 @@
+// The preferences as stored: raw-byte paths, registered defaults, and what another process reads.
 #include "services/preferences.h"
 
 #include <QProcess>
@@ -10,9 +11,7 @@
 namespace tw {
 namespace {
 
-QSettings userSettings() {
-  return QSettings(kSettingsOrganization, kSettingsApplication);
-}
+using Strings = std::vector<std::string>;
 
 TEST(Preferences, EveryByteOfAPathSurvivesItsStoredFormWhichStaysReadable) {
   std::string all;
@@ -25,81 +24,49 @@ TEST(Preferences, EveryByteOfAPathSurvivesItsStoredFormWhichStaysReadable) {
             "/tmp/100%25/caf%C3%A9/caf%E9/a%0Ab");
 }
 
-TEST(Preferences, RegisteredDefaultsApplyUntilTheUserSetsAKey) {
-  test::DesktopEnvironment env;
-  registerDefaultPreferences();
-  QSettings settings = userSettings();
-  EXPECT_EQ(preferenceValue(settings, kSkipPackagesKey), QVariant(true));
-  EXPECT_TRUE(preferenceValue(settings, kExcludedPathsKey).toStringList().isEmpty());
-  const ScanSettings defaults = readScanSettings();
-  EXPECT_TRUE(defaults.skipPackages);
-  EXPECT_TRUE(defaults.excludedPaths.empty());
-  EXPECT_TRUE(defaults.excludedFilePatterns.empty());
-
-  settings.setValue(kSkipPackagesKey, false);
-  EXPECT_FALSE(readScanSettings().skipPackages);
-  settings.remove(kSkipPackagesKey);
-  EXPECT_TRUE(readScanSettings().skipPackages);
-}
-
-// Values whose text means something to the settings file's own syntax.
-const std::vector<std::string> kAwkwardPatterns = {
-    "*.iso", "a,b", "\"quoted\"", "@Invalid()",       "back\\slash",  "semi;colon",
-    "#hash", "=eq", "[x]",        "*/Derived Data/*", "caf\xc3\xa9*", "single"};
-const std::vector<std::string> kAwkwardPaths = {
-    "/tmp/caf\xe9", "/tmp/a,b", "/tmp/@Invalid()", "/tmp/100%", "/tmp/with space", "/tmp/\xff\xfe"};
-
-void storeAwkwardScanSettings() {
-  QSettings settings = userSettings();
-  settings.setValue(kSkipPackagesKey, false);
-  setPathListPreference(settings, kExcludedPathsKey, kAwkwardPaths);
-  QStringList patterns;
-  for (const std::string& p : kAwkwardPatterns) patterns << QString::fromStdString(p);
-  settings.setValue(kExcludedFilePatternsKey, patterns);
-  settings.sync();
-  ASSERT_EQ(settings.status(), QSettings::NoError);
-}
-
-// What a separate process, with nothing cached, reads from the settings file.
-QByteArray scanSettingsReadByAnotherProcess(const test::DesktopEnvironment& env) {
-  QProcess probe;
-  probe.setProcessEnvironment(env.processEnvironment());
-  probe.start(QStringLiteral(TW_SETTINGS_PROBE), {});
-  if (!probe.waitForFinished(10000) || probe.exitCode() != 0) return "probe failed";
-  return probe.readAllStandardOutput();
-}
-
-QByteArray hex(const std::string& bytes) {
-  return QByteArray::fromStdString(bytes).toHex();
-}
-
+// Scanning settings stored in this process come back the same from another thread, and from a
+// fresh process that has nothing cached, for values that mean something to the file's syntax.
 TEST(Preferences, ScanSettingsComeBackIdenticalFromAnyThreadAndAfterARestart) {
   test::DesktopEnvironment env;
-  storeAwkwardScanSettings();
-  ScanSettings read;
-  std::thread reader([&] { read = readScanSettings(); });
-  reader.join();
-  EXPECT_FALSE(read.skipPackages);
-  EXPECT_EQ(read.excludedPaths, kAwkwardPaths);
-  EXPECT_EQ(read.excludedFilePatterns, kAwkwardPatterns);
+  registerDefaultPreferences();
+  QSettings settings(kSettingsOrganization, kSettingsApplication);
+  EXPECT_EQ(preferenceValue(settings, kSkipPackagesKey), QVariant(true));  // the default
+  const struct {
+    bool skip;
+    Strings paths, patterns;
+  } cases[] = {
+      {false,
+       {"/tmp/caf\xe9", "/tmp/a,b", "/tmp/@Invalid()", "/tmp/100%", "/tmp/with space", "/\xff\xfe"},
+       {"*.iso", "a,b", "\"quoted\"", "@Invalid()", "back\\slash", "semi;colon", "#hash", "=eq",
+        "[x]", "*/Derived Data/*", "caf\xc3\xa9*"}},
+      {true, {"/only/one"}, {"x,y"}},  // single entries stay lists
+      {true, {"/only/one"}, {}},
+  };
+  for (const auto& c : cases) {
+    if (c.skip) settings.remove(kSkipPackagesKey);  // back to the default
+    if (!c.skip) settings.setValue(kSkipPackagesKey, false);
+    setPathListPreference(settings, kExcludedPathsKey, c.paths);
+    QStringList patterns;
+    for (const std::string& p : c.patterns) patterns << QString::fromStdString(p);
+    settings.setValue(kExcludedFilePatternsKey, patterns);
+    settings.sync();
+    ScanSettings read;
+    std::thread([&] { read = readScanSettings(); }).join();
+    EXPECT_EQ(read.skipPackages, c.skip);
+    EXPECT_EQ(read.excludedPaths, c.paths);
+    EXPECT_EQ(read.excludedFilePatterns, c.patterns);
 
-  QByteArray expected = "skip 0\n";
-  for (const std::string& p : kAwkwardPaths) expected += "path " + hex(p) + "\n";
-  for (const std::string& p : kAwkwardPatterns) expected += "pattern " + hex(p) + "\n";
-  EXPECT_EQ(scanSettingsReadByAnotherProcess(env), expected);
-}
-
-TEST(Preferences, SingleEntryListsStayLists) {
-  test::DesktopEnvironment env;
-  QSettings settings = userSettings();
-  setPathListPreference(settings, kExcludedPathsKey, {"/only/one"});
-  settings.setValue(kExcludedFilePatternsKey, QStringList{"x,y"});
-  settings.sync();
-  EXPECT_EQ(scanSettingsReadByAnotherProcess(env),
-            "skip 1\npath " + hex("/only/one") + "\npattern " + hex("x,y") + "\n");
-  settings.setValue(kExcludedFilePatternsKey, QStringList{});
-  settings.sync();
-  EXPECT_EQ(scanSettingsReadByAnotherProcess(env), "skip 1\npath " + hex("/only/one") + "\n");
+    QProcess probe;  // prints "skip 0|1", then "path <hex>" and "pattern <hex>" lines
+    probe.setProcessEnvironment(env.processEnvironment());
+    probe.start(QStringLiteral(TW_SETTINGS_PROBE), {});
+    ASSERT_TRUE(probe.waitForFinished(10000) && probe.exitCode() == 0);
+    QByteArray expected = c.skip ? "skip 1\n" : "skip 0\n";
+    for (const std::string& p : c.paths)
+      expected += "path " + QByteArray::fromStdString(p).toHex() + "\n";
+    for (const std::string& p : c.patterns)
+      expected += "pattern " + QByteArray::fromStdString(p).toHex() + "\n";
+    EXPECT_EQ(probe.readAllStandardOutput(), expected);
+  }
 }
 
 }  // namespace
