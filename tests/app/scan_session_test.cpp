@@ -2,8 +2,6 @@
 // the browser's menu items and the start-up restore, on a started application.
 #include "app/scan_session.h"
 
-#include <sys/stat.h>
-
 #include <QAction>
 #include <QApplication>
 #include <QMessageBox>
@@ -36,10 +34,6 @@ class FakeBrowser : public QWidget {
 
 ScanNodeRef folderResult(const std::string& path) {
   ScanNodeRef root = ScanNode::makeRoot(path, true);
-  ScanNode* file = root->createNode("data.bin", false);
-  file->setSize(4096);
-  root->addChild(file);
-  root->setSize(4096);
   root->setScanDate(1700000000);
   return root;
 }

@@ -96,11 +96,8 @@ TEST_F(ShellTest, StartRunsEveryStepShowsTheDarkWindowAsItsDesktopEntryAndExitRe
   auto* style = qobject_cast<QProxyStyle*>(QApplication::style());
   ASSERT_NE(style, nullptr);
   EXPECT_EQ(style->baseStyle()->name(), "fusion");
-  const QPalette palette = window->palette();
-  expectColour(palette.color(QPalette::Base), 0.135, 0.145, 0.172);
-  expectColour(palette.color(QPalette::Text), 0.92, 0.92, 0.92);
-  expectColour(palette.color(QPalette::PlaceholderText), 0.62, 0.62, 0.62);
-  expectColour(palette.color(QPalette::Highlight), 0x0A / 255.0, 0x84 / 255.0, 1.0);
+  expectColour(window->palette().color(QPalette::Text), 0.92, 0.92, 0.92);
+  expectColour(window->palette().color(QPalette::Highlight), 0x0A / 255.0, 0x84 / 255.0, 1.0);
   expectColour(window->overviewWidget()->grab().toImage().pixelColor(4, 4), 0.105, 0.114, 0.137);
 
   // The title carries the progress once: X11 and Wayland would append a display name set by the

@@ -3,17 +3,19 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <unistd.h>
 
+#include <QSettings>
+#include <QThreadPool>
+#include <chrono>
 #include <condition_variable>
 #include <deque>
-#include <functional>
-#include <memory>
 #include <mutex>
-#include <string>
-#include <vector>
 
-#include "scan/scan_node.h"
+#include "services/library_preferences.h"
 #include "services/scan_library.h"
+#include "store/scan_store.h"
 #include "support/temp_tree.h"
 
 namespace tw::test {
@@ -21,9 +23,27 @@ namespace tw::test {
 // Callbacks posted to the "GUI thread" wait here until the test runs them on its own thread.
 class MainQueue {
  public:
-  Executor executor() const;
+  Executor executor() const {
+    return [inner = inner_](std::function<void()> work) {
+      std::lock_guard lock(inner->mutex);
+      inner->queue.push_back(std::move(work));
+      inner->posted.notify_all();
+    };
+  }
   // Runs posted callbacks until `done` answers true; false when `seconds` pass first.
-  bool runUntil(const std::function<bool()>& done, double seconds = 60);
+  bool runUntil(const std::function<bool()>& done, double seconds = 60) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+    while (!done()) {
+      std::unique_lock lock(inner_->mutex);
+      if (!inner_->posted.wait_until(lock, end, [&] { return !inner_->queue.empty(); }))
+        return false;
+      std::function<void()> work = std::move(inner_->queue.front());
+      inner_->queue.pop_front();
+      lock.unlock();
+      work();
+    }
+    return true;
+  }
   void drain(double seconds = 0.2) {
     runUntil([] { return false; }, seconds);
   }
@@ -42,19 +62,77 @@ class MainQueue {
 // killed. Everything else goes to the system.
 struct FaultyCalls {
   static inline std::string target;
-  static inline int failWrite = 0, failRename = 0, stopAtWrite = 0, notifyFd = -1;
-  static const FileSystemCalls* calls();
+  static inline int failWrite = 0, failRename = 0, stopAtWrite = 0, notifyFd = -1, writes = 0;
+  static bool aimed(const std::string& path) { return path.find(target) != std::string::npos; }
+  static ssize_t pwrite(int fd, const void* buffer, size_t count, off_t offset) {
+    char path[4096];
+    const ssize_t n = ::readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), path, 4095);
+    if ((failWrite || stopAtWrite) && n > 0 && aimed(std::string(path, size_t(n)))) {
+      if (failWrite) return errno = failWrite, -1;
+      if (++writes == stopAtWrite) {
+        (void)!::pwrite(fd, buffer, count / 2, offset);
+        (void)!::write(notifyFd, "x", 1);
+        for (;;) ::pause();
+      }
+    }
+    return ::pwrite(fd, buffer, count, offset);
+  }
+  static int rename(const char* from, const char* to) {
+    if (failRename && aimed(from)) return errno = failRename, -1;
+    return ::rename(from, to);
+  }
+  static const FileSystemCalls* calls() {
+    static FileSystemCalls c = [] {
+      FileSystemCalls out = FileSystemCalls::system();
+      out.pwrite = &pwrite;
+      out.rename = &rename;
+      return out;
+    }();
+    return &c;
+  }
 };
 
 class LibraryTest : public ::testing::Test {
  protected:
-  void SetUp() override;
-  void TearDown() override;
+  void SetUp() override {
+    // HOME and the XDG folders of the whole program: QSettings fixes its folder on first use.
+    static TempTree home;
+    static const bool set = [] {
+      for (const char* name : {"HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"})
+        ::setenv(name, home.folder(name).c_str(), 1);
+      return true;
+    }();
+    (void)set;
+    ::setenv("XDG_DATA_HOME", data.root().c_str(), 1);
+    QSettings(library::kSettingsOrganization, library::kSettingsApplication).clear();
+    FaultyCalls::failWrite = FaultyCalls::failRename = FaultyCalls::stopAtWrite = 0;
+  }
+  void TearDown() override {
+    QThreadPool::globalInstance()->waitForDone();  // before the folders go away
+    main.drain(0);
+  }
 
   // A library on the real thread pool whose callbacks go through `main`, logging to `logged`.
-  std::unique_ptr<ScanLibrary> makeLibrary(ScanLibrary::Options options = {});
-  SaveOutcome acceptAndWait(ScanLibrary& library, const ScanNodeRef& root);
-  RestoreOutcome restoreAndWait(ScanLibrary& library);
+  std::unique_ptr<ScanLibrary> makeLibrary(ScanLibrary::Options options = {}) {
+    if (!options.mainExecutor) options.mainExecutor = main.executor();
+    options.log = [this](const std::string& line) {
+      std::lock_guard lock(loggedMutex);
+      logged.push_back(line);
+    };
+    return std::make_unique<ScanLibrary>(std::move(options));
+  }
+  SaveOutcome acceptAndWait(ScanLibrary& library, const ScanNodeRef& root) {
+    std::optional<SaveOutcome> outcome;
+    library.acceptCompletedScan(root, [&](const SaveOutcome& result) { outcome = result; });
+    EXPECT_TRUE(main.runUntil([&] { return outcome.has_value(); }));
+    return outcome.value_or(SaveOutcome{});
+  }
+  RestoreOutcome restoreAndWait(ScanLibrary& library) {
+    std::optional<RestoreOutcome> outcome;
+    library.loadCachedScanAsynchronously([&](const RestoreOutcome& result) { outcome = result; });
+    EXPECT_TRUE(main.runUntil([&] { return outcome.has_value(); }));
+    return outcome.value_or(RestoreOutcome{});
+  }
 
   std::string libraryFolder() const { return data.path("Tarnwell"); }
   std::string historyFolder() const { return data.path("Tarnwell/History"); }
@@ -67,16 +145,58 @@ class LibraryTest : public ::testing::Test {
 };
 
 // A library doing all its work on the calling thread (for forked children), logging to stderr.
-std::unique_ptr<ScanLibrary> inlineLibrary(const FileSystemCalls* calls = nullptr);
+inline std::unique_ptr<ScanLibrary> inlineLibrary(const FileSystemCalls* calls = nullptr) {
+  ScanLibrary::Options options;
+  options.backgroundExecutor = inlineExecutor();
+  options.calls = calls;
+  return std::make_unique<ScanLibrary>(std::move(options));
+}
+
 // A scan of `location` taken at `date` with `files` files of 4096 bytes, in memory or on disk.
-ScanNodeRef makeScan(const std::string& location, double date, int files = 3);
-void writeScan(const std::string& path, const std::string& location, double date, int files = 3);
+inline ScanNodeRef makeScan(const std::string& location, double date, int files = 3) {
+  ScanNodeRef root = ScanNode::makeRoot(location, true);
+  for (int i = 0; i < files; ++i) {
+    ScanNode* file = root->createNode("file" + std::to_string(i) + ".bin", false);
+    file->setSize(4096);
+    file->setModificationDate(date - 100);
+    root->addChild(file);
+  }
+  root->setSize(4096ull * static_cast<uint64_t>(files));
+  root->setScanDate(date);
+  root->sortRecursively();
+  return root;
+}
+inline void writeScan(const std::string& path, const std::string& location, double date,
+                      int files = 3) {
+  Error error;
+  ASSERT_TRUE(ScanStore::writeRootNode(makeScan(location, date, files).get(), path, &error))
+      << error.description;
+}
+
 // The location and date stored in a scan database ("" and 0 when unreadable).
-std::string storedLocation(const std::string& path);
-double storedDate(const std::string& path);
-// Runs SQL on a file through a plain connection, creating the file when missing.
-void execSql(const std::string& path, const std::string& sql);
-// SQLite's verdict on a file's structure ("ok" when whole), read-only.
-std::string quickCheck(const std::string& path);
+inline std::string storedLocation(const std::string& path) {
+  auto metadata = ScanStore::metadataAt(path);
+  return metadata ? metadata->locationPath : std::string();
+}
+inline double storedDate(const std::string& path) {
+  auto metadata = ScanStore::metadataAt(path);
+  return metadata && metadata->scanDate ? *metadata->scanDate : 0.0;
+}
+
+// Runs SQL on a file, creating it when missing; or SQLite's verdict on its structure ("ok").
+inline std::string execSql(const std::string& path, const std::string& sql = "PRAGMA quick_check") {
+  sqlite3* db = nullptr;
+  std::string result;
+  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+  sqlite3_exec(
+      db, sql.c_str(),
+      [](void* out, int, char** values, char**) {
+        *static_cast<std::string*>(out) = values[0] ? values[0] : "";
+        return 0;
+      },
+      &result, nullptr);
+  sqlite3_close_v2(db);
+  return result;
+}
 
 }  // namespace tw::test

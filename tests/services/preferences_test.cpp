@@ -5,8 +5,7 @@
 #include <QSettings>
 #include <thread>
 
-#include "gtest/gtest.h"
-#include "support/desktop_environment.h"
+#include "services/library_test_support.h"
 
 namespace tw {
 namespace {
@@ -26,8 +25,9 @@ TEST(Preferences, EveryByteOfAPathSurvivesItsStoredFormWhichStaysReadable) {
 
 // Scanning settings stored in this process come back the same from another thread, and from a
 // fresh process that has nothing cached, for values that mean something to the file's syntax.
-TEST(Preferences, ScanSettingsComeBackIdenticalFromAnyThreadAndAfterARestart) {
-  test::DesktopEnvironment env;
+using PreferencesTest = test::LibraryTest;
+
+TEST_F(PreferencesTest, ScanSettingsComeBackIdenticalFromAnyThreadAndAfterARestart) {
   registerDefaultPreferences();
   QSettings settings(kSettingsOrganization, kSettingsApplication);
   EXPECT_EQ(preferenceValue(settings, kSkipPackagesKey), QVariant(true));  // the default
@@ -57,7 +57,6 @@ TEST(Preferences, ScanSettingsComeBackIdenticalFromAnyThreadAndAfterARestart) {
     EXPECT_EQ(read.excludedFilePatterns, c.patterns);
 
     QProcess probe;  // prints "skip 0|1", then "path <hex>" and "pattern <hex>" lines
-    probe.setProcessEnvironment(env.processEnvironment());
     probe.start(QStringLiteral(TW_SETTINGS_PROBE), {});
     ASSERT_TRUE(probe.waitForFinished(10000) && probe.exitCode() == 0);
     QByteArray expected = c.skip ? "skip 1\n" : "skip 0\n";
