@@ -106,6 +106,9 @@ class LibraryTest : public ::testing::Test {
     ::setenv("XDG_DATA_HOME", data.root().c_str(), 1);
     QSettings(library::kSettingsOrganization, library::kSettingsApplication).clear();
     FaultyCalls::failWrite = FaultyCalls::failRename = FaultyCalls::stopAtWrite = 0;
+    library = makeLibrary();
+    history = library->historyDirectoryPath();
+    library->setHandlers(handlers());
   }
   void TearDown() override {
     QThreadPool::globalInstance()->waitForDone();  // before the folders go away
@@ -134,6 +137,19 @@ class LibraryTest : public ::testing::Test {
     return outcome.value_or(RestoreOutcome{});
   }
 
+  // Handlers that record what a library hands to the shell.
+  ScanLibrary::Handlers handlers() {
+    return {[this](const std::vector<ScanNodeRef>& roots) { restored.push_back(roots); },
+            [this](const ScanNodeRef& root) { forgotten.push_back(root); },
+            [this](const LibraryAlert& alert) { alerts.push_back(alert); }};
+  }
+  std::optional<LibraryAlert> forget(const ScanNodeRef& root, ForgetChoice choice) {
+    std::optional<std::optional<LibraryAlert>> result;
+    library->forgetScanResult(root, choice, [&](auto alert) { result = alert; });
+    EXPECT_TRUE(main.runUntil([&] { return result.has_value(); }));
+    return result.value_or(std::nullopt);
+  }
+
   std::string libraryFolder() const { return data.path("Tarnwell"); }
   std::string historyFolder() const { return data.path("Tarnwell/History"); }
   std::string cacheFile() const { return data.path("Tarnwell/LastScan.sqlite"); }
@@ -142,6 +158,12 @@ class LibraryTest : public ::testing::Test {
   MainQueue main;
   std::vector<std::string> logged;
   std::mutex loggedMutex;
+  // A library on the test's folder, with `handlers()` installed, and what it handed over.
+  std::unique_ptr<ScanLibrary> library;
+  std::string history;
+  std::vector<std::vector<ScanNodeRef>> restored;
+  std::vector<ScanNodeRef> forgotten;
+  std::vector<LibraryAlert> alerts;
 };
 
 // A library doing all its work on the calling thread (for forked children), logging to stderr.

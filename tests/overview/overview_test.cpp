@@ -1,20 +1,123 @@
-// The overview's state driven through its real scanners, freshness checks and preferences.
-#include "overview/overview_controller.h"
-
+// The Disks and Folders overview driven through its real scanners, freshness checks, preferences
+// and widgets (offscreen). One world: a private desktop and controllers over a disk list the test
+// edits (the one seam for the system's disks and their access), every handler and signal recorded.
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
+#include <QAbstractButton>
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QMenu>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QThread>
+#include <QToolButton>
+#include <atomic>
 #include <filesystem>
+#include <set>
 
-#include "overview_test_support.h"
+#include "overview/disk_sheets.h"
+#include "overview/overview_controller.h"
+#include "overview/overview_rows.h"
+#include "overview/overview_view.h"
+#include "overview/usage_bar.h"
+#include "platform/file_url.h"
+#include "support/desktop_environment.h"
 
 namespace tw {
+
+// Reaches the controller's scanner callbacks, so tests can send progress and stale completions.
+struct OverviewControllerTestAccess {
+  static void progress(OverviewController& c, const std::string& path, double fraction) {
+    if (auto it = c.scanners_.find(path); it != c.scanners_.end())
+      c.scanProgressed(path, it->second->token, fraction);
+  }
+  static void staleCompletion(OverviewController& c, const std::string& path, ScanNodeRef root) {
+    c.scanFinished(path, 0, std::move(root), std::nullopt, false);
+  }
+};
+
 namespace {
+
+class OverviewWorld : public ::testing::Test {
+ protected:
+  // A controller over `disks`, whose scanners use the system layout on the world's folders.
+  std::unique_ptr<OverviewController> makeController() {
+    OverviewController::Options o;
+    o.disks = [this] { return disks; };
+    o.hasDiskAccess = [this](const std::string& path) { return !unreadable.count(path); };
+    o.revealDisk = [this](const std::string& path) { revealed.push_back(path); };
+    o.scannerOptions = [hold = holdWalks] {
+      DirectoryScanner::Options scanner;
+      scanner.threads = 1;
+      scanner.settings = [hold] {
+        while (hold->load()) QThread::msleep(1);
+        return ScanSettings{};
+      };
+      return scanner;
+    };
+    if (keepBackgroundWork)
+      o.backgroundExecutor = [this](auto work) { backgroundWork.push_back(std::move(work)); };
+    auto c = std::make_unique<OverviewController>(o);
+    c->setHandlers({[this](const ScanNodeRef& root) { shown.push_back(root); },
+                    [this](const ScanNodeRef& root) { forgotten.push_back(root); },
+                    [this](const std::string& path, auto done) {
+                      removeRequests.push_back(path);
+                      done(removeError);
+                    },
+                    [this] { ++began; }, [this](bool done) { ended.push_back(done); },
+                    [this](const ScanNodeRef& root) { completed.push_back(root); }});
+    using C = OverviewController;
+    QObject::connect(c.get(), &C::statusChanged, [this](const QString& text) { statuses << text; });
+    QObject::connect(c.get(), &C::alertRequested,
+                     [this](const QString& m, const QString& i) { alerts.emplace_back(m, i); });
+    QObject::connect(c.get(), &C::changedFolderChoiceRequested,
+                     [this](const std::string& p) { changedChoices.push_back(p); });
+    QObject::connect(c.get(), &C::unlockRequested,
+                     [this](const std::string& p) { unlockRequests.push_back(p); });
+    QObject::connect(c.get(), &C::beepRequested, [this] { ++beeps; });
+    QObject::connect(c.get(), &C::addHardDiskRequested, [this] { ++addDiskSheets; });
+    return c;
+  }
+  // A folder of `files` files of 4096 bytes in the world.
+  std::string makeFolder(const std::string& name, int files = 3) {
+    for (int i = 0; i < files; ++i) env.tree.file(name + "/f" + std::to_string(i), 4096);
+    return env.tree.folder(name);
+  }
+  // Runs the event loop until `done` answers true; false when 20 s pass first.
+  static bool waitUntil(const std::function<bool()>& done) {
+    QElapsedTimer timer;
+    timer.start();
+    while (!done() && timer.elapsed() < 20000)
+      QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+    return done();
+  }
+
+  test::DesktopEnvironment env;
+  // What the system reports, read at every call; mount points in `unreadable` cannot be read.
+  std::vector<OverviewDisk> disks;
+  std::set<std::string> unreadable;
+  // While true, walks wait before they start.
+  std::shared_ptr<std::atomic<bool>> holdWalks = std::make_shared<std::atomic<bool>>(false);
+  // When set before the controller is made, background work (freeing trees) waits here.
+  bool keepBackgroundWork = false;
+  std::vector<std::function<void()>> backgroundWork;
+
+  // What the handlers and signals reported.
+  int began = 0, beeps = 0, addDiskSheets = 0;
+  std::vector<bool> ended;
+  std::vector<ScanNodeRef> completed, shown, forgotten;
+  std::vector<std::string> removeRequests, changedChoices, unlockRequests, revealed;
+  std::optional<Error> removeError;  // what the remove handler answers
+  QStringList statuses;
+  std::vector<std::pair<QString, QString>> alerts;
+};
 
 using Access = OverviewControllerTestAccess;
 using Alert = std::pair<QString, QString>;
 using Paths = std::vector<std::string>;
-using OverviewControllerTest = test::OverviewWorld;
+using OverviewControllerTest = OverviewWorld;
 
 TEST_F(OverviewControllerTest, OverlappingScansStoreTheirResultsReportOneBatchAndFreeOffThread) {
   keepBackgroundWork = true;
@@ -277,6 +380,122 @@ TEST_F(OverviewControllerTest, DroppedOrChosenItemsAddFoldersDisksGetTheirRowFil
   c->addFolder(disk + "/");
   EXPECT_EQ(alerts, (std::vector<Alert>{{"“usb” is already added", "Choose a different folder."}}));
   EXPECT_EQ(c->knownFolderPaths(), Paths{folder});
+}
+
+class OverviewViewTest : public OverviewWorld {
+ protected:
+  OverviewDisk root{"/", "", 2000000000000, 500000000000, 0, true, true};
+  OverviewDisk efi{"/boot/efi", "EFI", 500000000, 400000000, 0, true, false};
+};
+
+QAbstractButton* button(QMessageBox* box, const QString& text) {
+  for (QAbstractButton* b : box->buttons())
+    if (b->text() == text) return b;
+  return nullptr;
+}
+
+TEST_F(OverviewViewTest, RowsShowDiskFiguresFolderStatesAndTheirMenusInOrder) {
+  disks = {root};
+  auto c = makeController();
+  c->addFolder("/data/music");
+  OverviewView view(c.get());
+  ASSERT_EQ(view.rowWidgets().size(), 2u);
+  auto* disk = qobject_cast<DiskRowWidget*>(view.rowWidgets()[0]);
+  ASSERT_NE(disk, nullptr);
+  EXPECT_EQ(disk->nameLabel()->text(), "Root Disk");
+  EXPECT_EQ(disk->subtitleLabel()->text(), "2.0 TB startup disk");
+  EXPECT_EQ(disk->freeLabel()->text(), "500.0 GB free");
+  EXPECT_TRUE(disk->usedLabel()->isHidden());
+  EXPECT_DOUBLE_EQ(disk->usageBar()->value(), 0.75);
+  EXPECT_EQ(disk->primaryButton()->text(), "Scan");
+
+  auto* folder = qobject_cast<FolderRowWidget*>(view.rowWidget("/data/music"));
+  ASSERT_NE(folder, nullptr);
+  EXPECT_EQ(folder->statusLabel()->text(), "local folder");
+  EXPECT_EQ(folder->accessibleName(), "music, Scan");
+  EXPECT_EQ(folder->starButton()->accessibleName(), "Star folder");
+  folder->starButton()->click();
+  EXPECT_EQ(folder->starButton()->accessibleName(), "Unstar folder");
+  EXPECT_EQ(c->favoriteFolderPaths(), std::vector<std::string>{"/data/music"});
+
+  auto texts = [&](const char* path) {
+    std::unique_ptr<QMenu> menu(view.createRowMenu(path));
+    QStringList list;
+    for (QAction* action : menu->actions())
+      list << (action->isSeparator() ? "-" : action->text() + (action->isEnabled() ? "" : "(off)"));
+    return list;
+  };
+  EXPECT_EQ(texts("/data/music"),
+            (QStringList{"Rescan", "-", "Unstar “music”", "Show in Files", "Get Info", "-",
+                         "Forget Scan Result(off)", "Remove"}));
+  EXPECT_EQ(texts("/"), (QStringList{"Rescan", "-", "Show in Files", "Get Info", "-",
+                                     "Forget Scan Result(off)", "Remove"}));
+}
+
+TEST_F(OverviewViewTest, EveryAlertIsASheetWithABoldMessageAndText360PixelsWide) {
+  disks = {root};
+  auto c = makeController();
+  OverviewView view(c.get());
+  view.resize(980, 650);
+  view.show();
+  const std::string folder = env.tree.folder("caf\xe9 folder");
+  EXPECT_TRUE(view.dropUriList(QByteArray::fromStdString(fileURLForPath(folder, true)) + "\r\n"));
+  ASSERT_NE(view.rowWidget(folder), nullptr);
+
+  const std::pair<std::function<void()>, QString> asks[] = {
+      {[&] { c->addFolder(folder); }, "“caf\ufffd folder” is already added"},
+      {[&] { c->addHardDisk(); }, "All available hard disks have already been added."},
+      {[&] { emit c->changedFolderChoiceRequested(folder); }, "This folder may have changed"},
+      {[&] { view.confirmRemove(folder); }, "Are you sure you want to remove caf\ufffd folder?"},
+  };
+  for (const auto& [ask, message] : asks) {
+    SCOPED_TRACE(message.toStdString());
+    if (auto* open = view.activeSheet()) open->close();
+    ask();
+    auto* box = qobject_cast<QMessageBox*>(view.activeSheet());
+    ASSERT_NE(box, nullptr);
+    QApplication::processEvents();
+    EXPECT_EQ(box->text(), message);
+    EXPECT_EQ(box->windowModality(), Qt::WindowModal);
+    auto* label = box->findChild<QLabel*>("qt_msgbox_label");
+    EXPECT_TRUE(label->font().bold());
+    auto* informative = box->findChild<QLabel*>("qt_msgbox_informativelabel");
+    EXPECT_GE((informative ? informative : label)->width(), 360);
+  }
+  // The last one asks whether to remove the folder: "Yes" hands it to the library.
+  button(qobject_cast<QMessageBox*>(view.activeSheet()), "Yes")->click();
+  EXPECT_EQ(removeRequests, std::vector<std::string>{folder});
+  EXPECT_EQ(view.rowWidget(folder), nullptr);
+}
+
+TEST_F(OverviewViewTest, AddHardDiskOffersOnlyDisksWithoutARowAndRemembersTheChoice) {
+  disks = {root, efi};
+  auto c = makeController();
+  OverviewView view(c.get());
+  view.addHardDiskButton()->click();
+  auto* sheet = qobject_cast<AddDiskSheet*>(view.activeSheet());
+  ASSERT_NE(sheet, nullptr);
+  ASSERT_EQ(sheet->model()->rowCount(), 1);
+  const QModelIndex first = sheet->model()->index(0);
+  EXPECT_EQ(first.data(AddDiskModel::kDetailRole).toString(), "500.0 MB • internal volume");
+  EXPECT_EQ(first.data(Qt::AccessibleTextRole).toString(), "EFI, 500.0 MB, internal volume");
+  sheet->openButton()->click();
+  ASSERT_NE(view.rowWidget("/boot/efi"), nullptr);
+  EXPECT_EQ(c->addedDiskPaths(), std::vector<std::string>{"/boot/efi"});
+  EXPECT_TRUE(c->disksForAdding().empty());
+  EXPECT_FALSE(c->addDisk("/boot/efi"));
+  EXPECT_EQ(alerts.back().second, "Choose a different hard disk.");
+  c->addHardDisk();  // with every disk listed there is nothing to offer
+  EXPECT_EQ(alerts.back().first, "All available hard disks have already been added.");
+  EXPECT_EQ(addDiskSheets, 1);
+  // A disk unmounted while the sheet was open is refused, not remembered.
+  EXPECT_FALSE(c->addDisk("/media/gone"));
+  EXPECT_EQ(alerts.back(),
+            std::make_pair(QString("Unable to Add Hard Disk"),
+                           QString("The system did not grant access to this disk.")));
+  EXPECT_EQ(c->addedDiskPaths(), std::vector<std::string>{"/boot/efi"});
+  auto restarted = makeController();
+  ASSERT_TRUE(restarted->rowForPath("/boot/efi") && restarted->rowForPath("/boot/efi")->disk);
 }
 
 }  // namespace
