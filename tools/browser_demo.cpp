@@ -3,7 +3,7 @@
 // usage: browser_demo SCAN.sqlite [--size WxH] [--open NAME/NAME] [--hover ANGLE RADIUS]
 //                     [--screenshot FILE.png]
 // --open goes into the folder at that path below the root (by names, through the list's rules).
-// --hover moves the pointer to a chart angle in degrees (clockwise from twelve o'clock) and an
+// --hover moves the pointer to a chart angle in degrees (clockwise from three o'clock) and an
 // unscaled radius, a real pointer move; when the chart has not previewed the segment after a
 // second, the demo asks for the preview the way the chart does. --screenshot saves the whole
 // screen after three seconds and quits.

@@ -2,7 +2,7 @@
 //
 // usage: sunburst_demo SCAN.sqlite [--size WxH] [--hover ANGLE RADIUS] [--select ANGLE RADIUS]
 //                      [--zoom-in SECONDS | --zoom-out SECONDS | --reveal SECONDS] [--save PNG]
-// ANGLE is a chart angle in degrees (clockwise from twelve o'clock), RADIUS in chart units; the
+// ANGLE is a chart angle in degrees (clockwise from three o'clock), RADIUS in chart units; the
 // pointer is moved there (a real pointer move) after the window appears. Hover and click signals
 // are printed. --zoom-in and --zoom-out start a zoom into (or out of) the largest folder and hold
 // its frame at SECONDS; --reveal holds the rings growing from the centre at SECONDS. Without them,

@@ -4,6 +4,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
+#include <QResizeEvent>
 #include <algorithm>
 
 #include "browser/display_text.h"
@@ -17,6 +18,7 @@ namespace {
 constexpr int kVisibleCrumbLimit = 5;
 constexpr int kTrailingCrumbs = 3;
 constexpr int kCrumbPadding = 12;
+constexpr int kCrumbMinimumWidth = 44;
 
 QFont crumbFont(QFont::Weight weight) {
   QFont font;
@@ -26,8 +28,7 @@ QFont crumbFont(QFont::Weight weight) {
 }
 
 // A borderless text button in the bar's style.
-QPushButton* makeFlatButton(const QString& text, QFont::Weight weight, QWidget* parent) {
-  auto* button = new QPushButton(text, parent);
+void styleFlatButton(QPushButton* button, QFont::Weight weight) {
   button->setFlat(true);
   button->setFont(crumbFont(weight));
   button->setCursor(Qt::PointingHandCursor);
@@ -37,8 +38,43 @@ QPushButton* makeFlatButton(const QString& text, QFont::Weight weight, QWidget* 
           "QPushButton { border: none; padding: 2px 4px; color: %1; background: transparent; }"
           "QPushButton:hover { color: %2; }")
           .arg(toQColor(palette::kPrimaryText).name(), toQColor(palette::kAccentTeal).name()));
-  return button;
 }
+
+// A crumb: the node's name elided in the middle to the width the bar gives it. It asks for its
+// whole name up to kBreadcrumbMaximumWidth and makes do with a few characters, so a row of long
+// names shrinks with the window instead of widening it.
+class CrumbButton : public QPushButton {
+ public:
+  CrumbButton(const QString& name, QWidget* parent) : QPushButton(parent), name_(name) {
+    styleFlatButton(this, QFont::Normal);
+    setToolTip(name);
+    setAccessibleName(name);
+    setMaximumWidth(kBreadcrumbMaximumWidth);
+    setSizePolicy(QSizePolicy::Preferred, QSizePolicy::Fixed);  // may shrink below its hint
+    elideTo(sizeHint().width());
+  }
+
+  QSize sizeHint() const override {
+    const int whole = fontMetrics().horizontalAdvance(name_) + kCrumbPadding;
+    return {std::min(whole, kBreadcrumbMaximumWidth), QPushButton::sizeHint().height()};
+  }
+  QSize minimumSizeHint() const override {
+    return {std::min(sizeHint().width(), kCrumbMinimumWidth), sizeHint().height()};
+  }
+
+ protected:
+  void resizeEvent(QResizeEvent* event) override {
+    QPushButton::resizeEvent(event);
+    elideTo(width());
+  }
+
+ private:
+  void elideTo(int width) {
+    setText(fontMetrics().elidedText(name_, Qt::ElideMiddle, width - kCrumbPadding));
+  }
+
+  QString name_;
+};
 
 QLabel* makeSeparator(QWidget* parent) {
   auto* label = new QLabel(QStringLiteral("\u203a"), parent);
@@ -67,7 +103,8 @@ BreadcrumbBar::BreadcrumbBar(QWidget* parent) : QWidget(parent) {
   auto* row = new QHBoxLayout(this);
   row->setContentsMargins(10, 6, 10, 6);
   row->setSpacing(2);
-  QPushButton* overview = makeFlatButton(QStringLiteral("Disks and Folders"), QFont::Medium, this);
+  auto* overview = new QPushButton(QStringLiteral("Disks and Folders"), this);
+  styleFlatButton(overview, QFont::Medium);
   overview->setObjectName(QStringLiteral("overviewButton"));
   connect(overview, &QPushButton::clicked, this, &BreadcrumbBar::overviewRequested);
   row->addWidget(overview);
@@ -98,14 +135,7 @@ void BreadcrumbBar::setCurrentNode(ScanNode* current) {
       crumbs_->addWidget(placeholder);
       continue;
     }
-    const QString name = displayText(node->name());
-    QPushButton* crumb = makeFlatButton(QString(), QFont::Normal, this);
-    const QFontMetrics metrics(crumb->font());
-    crumb->setText(
-        metrics.elidedText(name, Qt::ElideMiddle, kBreadcrumbMaximumWidth - kCrumbPadding));
-    crumb->setToolTip(name);
-    crumb->setAccessibleName(name);
-    crumb->setMaximumWidth(kBreadcrumbMaximumWidth);
+    auto* crumb = new CrumbButton(displayText(node->name()), this);
     connect(crumb, &QPushButton::clicked, this, [this, node] { emit nodeClicked(node); });
     crumbs_->addWidget(crumb);
   }

@@ -91,12 +91,15 @@ PreviewContent readPreviewContent(const std::string& path, QSize bounds) {
   content.typeName = type.comment();
   content.mimeIconName = type.iconName();
   if (S_ISREG(st.st_mode)) {
-    if (type.inherits(QStringLiteral("text/plain"))) {
-      content.kind = PreviewContent::Kind::kText;
-      content.text = QString::fromUtf8(head);
-    } else if (QImageReader::supportedMimeTypes().contains(type.name().toLatin1())) {
+    // Images first: shared-mime-info makes some image types (SVG) a kind of text.
+    if (QImageReader::supportedMimeTypes().contains(type.name().toLatin1())) {
       content.image = readScaledImage(fd, bounds);
       if (!content.image.isNull()) content.kind = PreviewContent::Kind::kImage;
+    }
+    if (content.kind != PreviewContent::Kind::kImage &&
+        type.inherits(QStringLiteral("text/plain"))) {
+      content.kind = PreviewContent::Kind::kText;
+      content.text = QString::fromUtf8(head);
     }
   }
   close(fd);

@@ -13,6 +13,7 @@
 
 #include "browser/breadcrumb_bar.h"
 #include "browser/display_text.h"
+#include "browser/elided_label.h"
 #include "browser/preview_window.h"
 #include "browser/scan_children_model.h"
 #include "browser/scan_list_view.h"
@@ -113,17 +114,17 @@ void ScanBrowser::buildWidgets() {
   auto* sideColumn = new QVBoxLayout(side);
   sideColumn->setContentsMargins(14, 14, 14, 10);
   sideColumn->setSpacing(2);
-  title_ = new QLabel(side);
+  // No text here sets a width: long names elide, and the chart keeps its size whatever is shown.
+  title_ = new ElidedLabel(Qt::ElideMiddle, side);
   title_->setObjectName(QStringLiteral("title"));
-  title_->setTextFormat(Qt::RichText);
   QFont titleFont;
   titleFont.setPixelSize(17);
   titleFont.setWeight(QFont::DemiBold);
   title_->setFont(titleFont);
-  title_->setTextInteractionFlags(Qt::NoTextInteraction);
   sideColumn->addWidget(title_);
   sizeLine_ = new QLabel(side);
   sizeLine_->setObjectName(QStringLiteral("sizeLine"));
+  sizeLine_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
   QFont sizeFont;
   sizeFont.setPixelSize(13);
   sizeLine_->setFont(sizeFont);
@@ -146,15 +147,15 @@ void ScanBrowser::buildWidgets() {
   connect(list_, &ScanListView::openRequested, this, &ScanBrowser::openRow);
   connect(list_, &ScanListView::parentRequested, this, &ScanBrowser::navigateToParent);
   connect(list_, &ScanListView::previewToggleRequested, this, &ScanBrowser::togglePreview);
-  connect(list_->selectionModel(), &QItemSelectionModel::currentRowChanged, this, [this] {
-    if (preview_->isVisible()) showPreviewOfSelection();
-  });
+  connect(list_->selectionModel(), &QItemSelectionModel::currentRowChanged, this,
+          &ScanBrowser::followCurrentRowInPreview);
   sideColumn->addWidget(list_, 1);
 
   status_ = new QLabel(side);
   status_->setObjectName(QStringLiteral("readError"));
   status_->setWordWrap(true);
   status_->setTextFormat(Qt::PlainText);
+  status_->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
   status_->setStyleSheet(QStringLiteral("color: %1;").arg(htmlColor(palette::kSystemOrange)));
   status_->hide();
   sideColumn->addWidget(status_);
@@ -270,18 +271,17 @@ void ScanBrowser::updateTitle() {
     sizeLine_->clear();
     return;
   }
-  const QString name = isolatedDisplayText(shown->name());
+  const QString name = displayText(shown->name());
+  titleText_ = isolatedDisplayText(shown->name());
   if (summaryNode_) {
     const QColor dot =
         sunburst_->colorForNode(summaryNode_).value_or(toQColor(palette::kSecondaryText));
-    titleText_ = QStringLiteral("\u25cf ") + name;
-    title_->setText(QStringLiteral("<span style=\"color:%1\">\u25cf</span> %2")
-                        .arg(dot.name(), name.toHtmlEscaped()));
+    titleText_ = QStringLiteral("\u25cf ") + titleText_;
+    title_->setText(name, dot);
   } else {
-    titleText_ = name;
-    title_->setText(name.toHtmlEscaped());
+    title_->setText(name);
   }
-  title_->setToolTip(displayText(shown->name()));
+  title_->setToolTip(name);
   sizeLine_->setText(QString::fromStdString(formatByteCount(shown->size())));
 }
 
@@ -295,6 +295,8 @@ QString ScanBrowser::readErrorText() const {
 
 void ScanBrowser::reloadList() {
   rows_->setNodes(visibleChildrenForNode(displayedSummaryNode()));
+  // The rows are new and none is current: an open preview has nothing left to show.
+  followCurrentRowInPreview();
   reportReadErrorOnce();
 }
 
@@ -331,11 +333,18 @@ void ScanBrowser::togglePreview() {
   showPreviewOfSelection();
 }
 
-void ScanBrowser::showPreviewOfSelection() {
+bool ScanBrowser::showPreviewOfSelection() {
   ScanNode* node = rows_->nodeAt(list_->currentIndex());
-  if (!node || node->isDirectory() || node->isVirtualNode()) return;
+  if (!node || node->isDirectory() || node->isVirtualNode()) return false;
   previewNode_ = node;
   preview_->showFile(node->path(), displayText(node->name()), node->size());
+  return true;
+}
+
+void ScanBrowser::followCurrentRowInPreview() {
+  if (!preview_->isVisible() || showPreviewOfSelection()) return;
+  preview_->hide();
+  previewNode_ = nullptr;
 }
 
 // --- Files and Terminal ----------------------------------------------------------------------

@@ -26,6 +26,7 @@ class QSplitter;
 namespace tw {
 
 class BreadcrumbBar;
+class ElidedLabel;
 class PreviewWindow;
 class ScanChildrenModel;
 class ScanListView;
@@ -120,7 +121,10 @@ class ScanBrowser : public QWidget {
   void sunburstDidPreviewNode(ScanNode* node);
   // List requests.
   void openRow(const QModelIndex& index);
-  void showPreviewOfSelection();
+  // Shows the current row in the preview window when it is a file; false otherwise.
+  bool showPreviewOfSelection();
+  // The open preview follows the current row, or closes when that is no file.
+  void followCurrentRowInPreview();
   void selectRowOf(ScanNode* node);
 
   void buildWidgets();
@@ -143,7 +147,7 @@ class ScanBrowser : public QWidget {
   BreadcrumbBar* breadcrumbs_ = nullptr;
   QSplitter* splitter_ = nullptr;
   SunburstView* sunburst_ = nullptr;
-  QLabel* title_ = nullptr;
+  ElidedLabel* title_ = nullptr;
   QLabel* sizeLine_ = nullptr;
   ScanListView* list_ = nullptr;
   ScanChildrenModel* rows_ = nullptr;

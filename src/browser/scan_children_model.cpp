@@ -68,8 +68,13 @@ QVariant ScanChildrenModel::data(const QModelIndex& index, int role) const {
 }
 
 QVariant ScanChildrenModel::headerData(int section, Qt::Orientation orientation, int role) const {
-  if (orientation != Qt::Horizontal || role != Qt::DisplayRole) return {};
-  return section == kNameColumn ? QStringLiteral("Name") : QStringLiteral("Size");
+  if (orientation != Qt::Horizontal) return {};
+  const bool nameColumn = section == kNameColumn;
+  // Each header sits on the side of its column's figures.
+  if (role == Qt::TextAlignmentRole)
+    return QVariant(Qt::AlignVCenter | (nameColumn ? Qt::AlignLeft : Qt::AlignRight));
+  if (role != Qt::DisplayRole) return {};
+  return nameColumn ? QStringLiteral("Name") : QStringLiteral("Size");
 }
 
 Qt::ItemFlags ScanChildrenModel::flags(const QModelIndex& index) const {

@@ -1,6 +1,7 @@
 #include "browser/sunburst_painter.h"
 
 #include <QFont>
+#include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QImage>
 #include <QPaintDevice>
@@ -33,6 +34,8 @@ constexpr double kInvisibleDevicePixels = 0.02;
 constexpr double kChordDevicePixels = 0.25;
 constexpr double kEmptyRingWidth = 2;
 constexpr int kCentreFontSize = 17;
+constexpr int kCentreMinimumFontSize = 10;
+constexpr double kCentreLabelInset = 3;
 constexpr int kEmptyFontSize = 14;
 
 // One pass of a box blur of radius `r` along rows (or columns) of a premultiplied image.
@@ -96,6 +99,31 @@ void drawGlow(QPainter& painter, const QPainterPath& path, const QColor& color, 
 double chordTolerance(const QPainter& painter) {
   const double dpr = painter.device() ? painter.device()->devicePixelRatioF() : 1.0;
   return kChordDevicePixels / dpr;
+}
+
+struct CentreLabel {
+  QFont font;
+  QString text;
+};
+
+// The label for `size` on the centre disc at `scale`, in the largest font that fits.
+CentreLabel centreLabel(double scale, uint64_t size) {
+  CentreLabel label{QGuiApplication::font(), QString::fromStdString(formatByteCount(size))};
+  label.font.setWeight(QFont::Medium);
+  // The widest line that stays inside the disc, a little in from its edge, at a text height.
+  const double r = SunburstLayout::kCentreRadius * scale - kCentreLabelInset;
+  auto room = [r](const QFontMetricsF& metrics) {
+    const double half = metrics.height() / 2;
+    return half < r ? 2 * std::sqrt(r * r - half * half) : 0.0;
+  };
+  for (int pixels = kCentreFontSize; pixels >= kCentreMinimumFontSize; --pixels) {
+    label.font.setPixelSize(pixels);
+    const QFontMetricsF metrics(label.font);
+    if (metrics.horizontalAdvance(label.text) <= room(metrics)) return label;
+  }
+  const QFontMetricsF metrics(label.font);
+  label.text = metrics.elidedText(label.text, Qt::ElideRight, room(metrics));
+  return label;
 }
 
 }  // namespace
@@ -260,13 +288,11 @@ void drawCentre(QPainter& painter, QPointF center, double scale, uint64_t size) 
   painter.setPen(Qt::NoPen);
   painter.setBrush(toQColor(kBackground));
   painter.drawEllipse(center, r, r);
-  QFont font = QGuiApplication::font();
-  font.setPixelSize(kCentreFontSize);
-  font.setWeight(QFont::Medium);
-  painter.setFont(font);
+  const CentreLabel label = centreLabel(scale, size);
+  painter.setFont(label.font);
   painter.setPen(toQColor(kAccentTeal));
-  const QString text = QString::fromStdString(formatByteCount(size));
-  painter.drawText(QRectF(center.x() - 200, center.y() - 50, 400, 100), Qt::AlignCenter, text);
+  painter.drawText(QRectF(center.x() - r, center.y() - r, 2 * r, 2 * r), Qt::AlignCenter,
+                   label.text);
 }
 
 void drawRestingChart(QPainter& painter, const QRectF& bounds, const SunburstLayout& layout,

@@ -1,48 +1,41 @@
-// Shared by the browser tests: the binary's one QApplication in a private HOME and XDG world, and
-// the widget point at a chart angle and unscaled radius.
+// Shared by the browser tests: one private desktop world (HOME, XDG folders and the QApplication)
+// for the whole program, tree building, and the widget point at a chart angle and unscaled radius.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <QApplication>
-#include <cstdlib>
-#include <memory>
+#include <QSignalSpy>
+#include <QTest>
+#include <numbers>
 
 #include "browser/sunburst_angles.h"
 #include "browser/sunburst_view.h"
-#include "support/temp_tree.h"
+#include "support/desktop_environment.h"
+#include "support/scan_trees.h"
 
-namespace tw::test {
+namespace tw {
 
-class BrowserEnvironment : public ::testing::Environment {
- public:
-  void SetUp() override {
-    for (const char* name : {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME"})
-      ::setenv(name, tree_.folder(name).c_str(), 1);
-    const std::string runtime = tree_.folder("run");
-    ::chmod(runtime.c_str(), 0700);
-    ::setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
-    static int argc = 1;
-    static char name[] = "browser_test";
-    static char* argv[] = {name, nullptr};
-    app_ = std::make_unique<QApplication>(argc, argv);
-  }
-  void TearDown() override { app_.reset(); }
+using test::addFile;
+using test::addFolder;
+using test::makeFolderRoot;
+inline constexpr double kPi = std::numbers::pi;
 
- private:
-  TempTree tree_;
-  std::unique_ptr<QApplication> app_;
+namespace test {
+
+struct BrowserEnvironment : ::testing::Environment {
+  void SetUp() override { world = std::make_unique<DesktopEnvironment>(); }
+  void TearDown() override { world.reset(); }
+  std::unique_ptr<DesktopEnvironment> world;
 };
 inline ::testing::Environment* const kBrowserEnvironment =
     ::testing::AddGlobalTestEnvironment(new BrowserEnvironment);
 
-// The widget point of `view` at chart angle `angle` (clockwise from twelve o'clock) and `radius`.
+// The widget point of `view` at chart angle `angle` (clockwise from three o'clock) and `radius`.
 inline QPoint pointAt(const SunburstView& view, double angle, double radius) {
   const double r = radius * view.chartScale();
-  return (view.chartCenter() +
-          QPointF(sunburst::offsetXAt(angle, r), sunburst::offsetYAt(angle, r)))
-      .toPoint();
+  const QPointF offset(sunburst::offsetXAt(angle, r), sunburst::offsetYAt(angle, r));
+  return (view.chartCenter() + offset).toPoint();
 }
 
-}  // namespace tw::test
+}  // namespace test
+}  // namespace tw
