@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include "platform/mounted_disks.h"
@@ -51,36 +52,84 @@ TEST(DiskAccess, FolderIsUnlockedOnlyWhenItCanBeListedAndEntered) {
   }
 }
 
-TEST(MountedDisks, RootFirstThenRealDisksEachDeviceOnce) {
-  const std::pair<const char*, std::vector<std::string>> cases[] = {
-      {"22 1 0:21 / /proc rw,nosuid - proc proc rw\n"
-       "24 1 8:18 /home /home/bind rw - ext4 /dev/sdb2 rw\n"
-       "25 1 8:2 / / rw,relatime shared:1 - ext4 /dev/sda2 rw\n"
-       "26 25 0:5 / /dev rw - devtmpfs udev rw\n"
-       "27 25 8:18 / /home rw shared:2 - ext4 /dev/sdb2 rw\n"
-       "28 25 8:1 / /boot/efi rw - vfat /dev/sda1 rw\n"
-       "29 25 7:3 / /snap/core/1 ro - squashfs /dev/loop3 ro\n"
-       "30 25 0:40 / /run/user/1000 rw - tmpfs tmpfs rw\n"
-       "31 25 8:33 / /media/u/My\\040Disk rw - exfat /dev/sdc1 rw\n"
-       "32 25 0:45 / /mnt/net rw - nfs4 server:/export rw\n"
-       "33 25 8:2 /@snap /mnt/snap rw - btrfs /dev/sda2 rw\n",
-       // The bind mount of /home's device and the subvolume of the root's device get no rows.
-       {"/", "/home", "/boot/efi", "/media/u/My Disk"}},
-      // An overlay root is still the root row; broken lines are skipped.
-      {"100 90 0:55 / / rw - overlay overlay rw,lowerdir=/a\n"
-       "101 100 0:56 / /proc rw - proc proc rw\n"
-       "102 100 259:1 / /mnt/data rw - xfs /dev/nvme0n1p1 rw\n"
-       "broken line\n\n",
-       {"/", "/mnt/data"}}};
-  for (const auto& [mountinfo, expected] : cases) {
-    const std::vector<MountedDisk> disks = parseMountedDisks(mountinfo);
+// A desktop: bind mounts of a folder (the first before its device's whole mount, the other of a
+// device never mounted whole) and a subvolume of the root's device get no rows.
+constexpr const char* kDesktop =
+    "22 1 0:21 / /proc rw,nosuid - proc proc rw\n"
+    "24 1 8:18 /home /home/bind rw - ext4 /dev/sdb2 rw\n"
+    "25 1 8:2 / / rw,relatime shared:1 - ext4 /dev/sda2 rw\n"
+    "26 25 0:5 / /dev rw - devtmpfs udev rw\n"
+    "27 25 8:18 / /home rw shared:2 - ext4 /dev/sdb2 rw\n"
+    "28 25 8:1 / /boot/efi rw - vfat /dev/sda1 rw\n"
+    "29 25 7:3 / /snap/core/1 ro - squashfs /dev/loop3 ro\n"
+    "30 25 0:40 / /run/user/1000 rw - tmpfs tmpfs rw\n"
+    "31 25 8:33 / /media/u/My\\040Disk rw - exfat /dev/sdc1 rw\n"
+    "32 25 0:45 / /mnt/net rw - nfs4 server:/export rw\n"
+    "33 25 8:2 /@snap /mnt/snap rw - btrfs /dev/sda2 rw\n"
+    "34 25 8:49 /projects /srv/projects rw - ext4 /dev/sdd1 rw\n";
+// A container: an overlay root, and a host disk's file bound over /etc/hosts; broken lines.
+constexpr const char* kContainer =
+    "100 90 0:55 / / rw - overlay overlay rw,lowerdir=/a\n"
+    "101 100 0:56 / /proc rw - proc proc rw\n"
+    "102 100 259:1 / /mnt/data rw - xfs /dev/nvme0n1p1 rw\n"
+    "103 100 8:1 /var/lib/docker/containers/c/hosts /etc/hosts rw - ext4 /dev/sda1 rw\n"
+    "broken line\n\n";
+// btrfs: "/" and /home are subvolumes of one device; another device has a subvolume at /data,
+// a folder of it bound to /srv/photos, and its top level at /mnt/pool.
+constexpr const char* kBtrfs =
+    "40 1 0:30 /@ / rw - btrfs /dev/nvme0n1p2 rw,ssd,subvolid=256,subvol=/@\n"
+    "41 40 0:30 /@home /home rw - btrfs /dev/nvme0n1p2 rw,subvolid=257,subvol=/@home\n"
+    "42 40 0:31 /@data /data rw - btrfs /dev/sdb1 rw,subvolid=256,subvol=/@data\n"
+    "43 40 0:31 /@data/photos /srv/photos rw - btrfs /dev/sdb1 rw,subvolid=256,subvol=/@data\n"
+    "44 40 0:31 / /mnt/pool rw - btrfs /dev/sdb1 rw,subvolid=5,subvol=/\n";
+// A chroot: its root's mount is not listed; the host's /home is bound in.
+constexpr const char* kChroot =
+    "60 59 0:5 / /proc rw - proc proc rw\n"
+    "61 59 8:2 /home /home rw - ext4 /dev/sda2 rw\n"
+    "62 59 8:17 / /mnt/usb rw - vfat /dev/sdb1 rw\n";
+const uint64_t kChrootDevice = makedev(8, 2);
+
+TEST(MountedDisks, RootFirstThenWholeRealDisksEachDeviceOnce) {
+  const std::tuple<const char*, uint64_t, std::vector<std::string>> cases[] = {
+      {kDesktop, 0, {"/", "/home", "/boot/efi", "/media/u/My Disk"}},
+      {kContainer, 0, {"/", "/mnt/data"}},
+      {kBtrfs, 0, {"/", "/mnt/pool"}},
+      {kChroot, kChrootDevice, {"/", "/mnt/usb"}},
+      {kChroot, 0, {"/mnt/usb"}}};
+  for (const auto& [mountinfo, rootDevice, expected] : cases) {
     std::vector<std::string> paths;
-    for (const MountedDisk& disk : disks) paths.push_back(disk.mountPath);
-    EXPECT_EQ(paths, expected);
+    for (const MountedDisk& disk : parseMountedDisks(mountinfo, rootDevice))
+      paths.push_back(disk.mountPath);
+    EXPECT_EQ(paths, expected) << mountinfo;
   }
-  const MountedDisk root = parseMountedDisks(cases[0].first)[0];
-  EXPECT_EQ(root.fileSystemType, "ext4");
-  EXPECT_EQ(root.source, "/dev/sda2");
+  const MountedDisk root = parseMountedDisks(kDesktop)[0];
+  EXPECT_EQ(root.fileSystemType + " " + root.source + " " + std::to_string(root.mountID),
+            "ext4 /dev/sda2 25");
+}
+
+TEST(MountedDisks, AMountBelongsToItsOwnDiskOrTheListedDiskOfItsDevice) {
+  // (mountinfo, mount id, root device) -> the disk's mount path, "none", or "unlisted".
+  const std::tuple<const char*, uint64_t, uint64_t, const char*> cases[] = {
+      {kDesktop, 25, 0, "/"},
+      {kDesktop, 27, 0, "/home"},
+      {kDesktop, 24, 0, "/home"},
+      {kDesktop, 33, 0, "/"},
+      {kDesktop, 30, 0, "none"},
+      {kDesktop, 34, 0, "none"},
+      {kDesktop, 999, 0, "unlisted"},
+      {kBtrfs, 40, 0, "/"},
+      {kBtrfs, 41, 0, "/"},
+      {kBtrfs, 43, 0, "/mnt/pool"},
+      {kContainer, 103, 0, "none"},
+      {kChroot, 61, kChrootDevice, "/"},
+      {kChroot, 7, kChrootDevice, "unlisted"}};
+  for (const auto& [mountinfo, id, rootDevice, expected] : cases) {
+    const DiskOfMount place = diskOfMount(mountinfo, id, rootDevice);
+    const std::string got = !place.listed ? "unlisted"
+                            : place.disk  ? place.disk->mountPath
+                                          : "none";
+    EXPECT_EQ(got, expected) << "mount " << id << " of\n" << mountinfo;
+  }
 }
 
 TEST(MountedDisks, DefaultRowsAreRootHomeAndRemovableMountPlaces) {

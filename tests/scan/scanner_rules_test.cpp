@@ -22,45 +22,36 @@ constexpr uint64_t kMB = 1000 * 1000;
 
 class SystemDisk : public ::testing::Test {
  protected:
-  void SetUp() override {
-    layout = std::make_shared<TestVolumeLayout>(t.root());
-    layout->protectedPaths.clear();
-  }
   ScanResult scan() { return scanTree(t.root(), layout); }
+  uint64_t size(const char* relative) { return allocatedSize(t.path(relative)); }
 
   TempTree t;
-  std::shared_ptr<TestVolumeLayout> layout;
+  std::shared_ptr<TestVolumeLayout> layout = std::make_shared<TestVolumeLayout>(t.root());
 };
 
-TEST_F(SystemDisk, SmallFilesAreGroupedPerFolderButDSStoreAndLargeFilesStay) {
-  t.file("Users/u/a.txt", 1000);
-  t.file("Users/u/b.txt", 1000);
-  t.file("Users/u/c.txt", 1000);
+TEST_F(SystemDisk, SmallFilesAreGroupedPerFolderAndHiddenSpaceFillsTheUsedSpace) {
+  layout->protectedPaths.clear();
+  for (const char* name : {"a.txt", "b.txt", "c.txt"}) t.file(std::string("Users/u/") + name, 1000);
   t.file("Users/u/movie.mov", 10 * kMB);
   t.file("Users/u/.DS_Store", 6000);
   t.file("Users/u/empty", 0);
-  ScanResult r = scan();
-  ScanNode* u = find(r.root.get(), "Users/u");
-  ASSERT_NE(u, nullptr);
-  EXPECT_EQ(test::childNames(u),
-            (Names{"movie.mov", ".DS_Store", std::string(kSmallerObjectsName)}));
-  ScanNode* group = child(u, kSmallerObjectsName);
-  EXPECT_EQ(group->size(), 3 * allocatedSize(t.path("Users/u/a.txt")));
-  EXPECT_TRUE(group->children().empty());
-  EXPECT_EQ(group->path(), t.path("Users/u"));
-  EXPECT_EQ(u->size(), group->size() + allocatedSize(t.path("Users/u/movie.mov")) +
-                           allocatedSize(t.path("Users/u/.DS_Store")));
-  EXPECT_EQ(r.statistics.itemsVisited, 8u);  // Users, u and six files, the empty one included
-}
-
-TEST_F(SystemDisk, RootTakesTheVolumeFiguresAndHiddenSpaceFillsTheUsedSpaceNoFileAccountsFor) {
-  t.file("data.bin", 3 * kMB);
-  const uint64_t counted = allocatedSize(t.path("data.bin"));
   layout->volume.totalCapacity = 500 * kMB;
   layout->volume.availableCapacity = 100 * kMB;
   layout->volume.availableForImportantUsage = 3;  // raised to the available capacity
   ScanResult r = scan();
   ASSERT_TRUE(r.root);
+  ScanNode* u = find(r.root.get(), "Users/u");
+  ASSERT_NE(u, nullptr);
+  // ".DS_Store" files keep their own node; the group has no children and the folder's path.
+  EXPECT_EQ(test::childNames(u),
+            (Names{"movie.mov", ".DS_Store", std::string(kSmallerObjectsName)}));
+  ScanNode* group = child(u, kSmallerObjectsName);
+  EXPECT_EQ(group->size(), 3 * size("Users/u/a.txt"));
+  EXPECT_TRUE(group->children().empty());
+  EXPECT_EQ(group->path(), t.path("Users/u"));
+  EXPECT_EQ(u->size(), group->size() + size("Users/u/movie.mov") + size("Users/u/.DS_Store"));
+  EXPECT_EQ(r.statistics.itemsVisited, 8u);  // Users, u and six files, the empty one included
+
   EXPECT_TRUE(r.root->isVolumeRoot());
   EXPECT_EQ(r.root->name(), "Test Disk");
   EXPECT_EQ(r.root->path(), t.root());
@@ -68,13 +59,11 @@ TEST_F(SystemDisk, RootTakesTheVolumeFiguresAndHiddenSpaceFillsTheUsedSpaceNoFil
   EXPECT_EQ(r.root->volumeAvailableSpace(), 100 * kMB);
   EXPECT_EQ(r.root->sourceFingerprint(), 0u);
   EXPECT_EQ(r.root->sourceItemCount(), 0);
-  ScanNode* hidden = child(r.root.get(), kHiddenSpaceName);
-  ASSERT_NE(hidden, nullptr);
-  EXPECT_TRUE(hidden->isVirtualNode());
-  EXPECT_FALSE(hidden->isDirectory());
-  EXPECT_EQ(hidden->size(), 400 * kMB - counted);
+  ScanNode* hidden = r.root->children().back();
+  EXPECT_EQ(hidden->name(), kHiddenSpaceName);
+  EXPECT_TRUE(hidden->isVirtualNode() && !hidden->isDirectory());
+  EXPECT_EQ(hidden->size(), 400 * kMB - find(r.root.get(), "Users")->size());
   EXPECT_EQ(r.root->size(), 400 * kMB);
-  EXPECT_EQ(r.root->children().back(), hidden);
 
   // More counted than used: no hidden space, and the root still shows the used space.
   layout->volume.totalCapacity = 2 * kMB;
@@ -85,43 +74,40 @@ TEST_F(SystemDisk, RootTakesTheVolumeFiguresAndHiddenSpaceFillsTheUsedSpaceNoFil
 }
 
 TEST_F(SystemDisk, CloneFamilyIsChargedOnceOnADiskPreferablyInsideApplicationsNeverGrouped) {
-  const auto app = t.file("Applications/Tool/tool.bin", 6 * kMB);
-  const auto twin = t.file("Downloads/copy.bin", 6 * kMB);
-  const auto a = t.file("Work/a/first.bin", 6 * kMB);
-  const auto b = t.file("Work/b/second.bin", 6 * kMB);
-  const auto small = t.file("Work/small.bin", 1000);
-  const auto u1 = t.file("Users/a.bin", 1000);
-  layout->makeClone(app, 11);
-  layout->makeClone(twin, 11);
-  layout->makeClone(a, 22);
-  layout->makeClone(b, 22);
-  layout->makeClone(small, 6, 1);  // reference count 1 without the shares-all flag: no clone
-  layout->makeClone(u1, 9);
-  layout->makeClone(t.file("Users/b.bin", 1000), 9);
+  layout->protectedPaths.clear();
+  // (path, size, clone family, reference count)
+  const std::tuple<const char*, uint64_t, uint64_t, uint32_t> files[] = {
+      {"Applications/Tool/tool.bin", 6 * kMB, 11, 2},
+      {"Downloads/copy.bin", 6 * kMB, 11, 2},
+      {"Work/a/first.bin", 6 * kMB, 22, 2},
+      {"Work/b/second.bin", 6 * kMB, 22, 2},
+      {"Users/a.bin", 1000, 9, 2},
+      {"Users/b.bin", 1000, 9, 2},
+      {"Work/small.bin", 1000, 6, 1}};  // one reference without the shares-all flag: no clone
+  for (const auto& [path, bytes, family, references] : files)
+    layout->makeClone(t.file(path, bytes), family, references);
   ScanResult r = scan();
   ScanNode* inApps = find(r.root.get(), "Applications/Tool/tool.bin");
   ScanNode* outside = find(r.root.get(), "Downloads/copy.bin");
   ASSERT_TRUE(inApps && outside);
-  EXPECT_TRUE(inApps->isAPFSClone());
-  EXPECT_FALSE(inApps->isCloneAllocationElsewhere());
-  EXPECT_EQ(inApps->size(), allocatedSize(app));
-  EXPECT_TRUE(outside->isAPFSClone());
-  EXPECT_TRUE(outside->isCloneAllocationElsewhere());
+  EXPECT_TRUE(inApps->isAPFSClone() && !inApps->isCloneAllocationElsewhere());
+  EXPECT_EQ(inApps->size(), size("Applications/Tool/tool.bin"));
+  EXPECT_TRUE(outside->isAPFSClone() && outside->isCloneAllocationElsewhere());
   EXPECT_EQ(outside->size(), 0u);
-  EXPECT_EQ(outside->cloneSharedSize(), allocatedSize(twin));
+  EXPECT_EQ(outside->cloneSharedSize(), size("Downloads/copy.bin"));
   // Outside the applications, exactly one member of a family carries the size.
   ScanNode* first = find(r.root.get(), "Work/a/first.bin");
   ScanNode* second = find(r.root.get(), "Work/b/second.bin");
   ASSERT_TRUE(first && second);
-  EXPECT_EQ(first->size() + second->size(), allocatedSize(a));
+  EXPECT_EQ(first->size() + second->size(), size("Work/a/first.bin"));
   EXPECT_NE(first->isCloneAllocationElsewhere(), second->isCloneAllocationElsewhere());
-  EXPECT_EQ(first->cloneSharedSize(), allocatedSize(a));
-  EXPECT_EQ(second->cloneSharedSize(), allocatedSize(b));
+  EXPECT_EQ(first->cloneSharedSize(), size("Work/a/first.bin"));
+  EXPECT_EQ(second->cloneSharedSize(), size("Work/b/second.bin"));
   // Small clones stay out of "smaller objects…": one charged, one elsewhere with size 0.
   ScanNode* users = find(r.root.get(), "Users");
+  EXPECT_EQ(test::childNames(users).size(), 2u);
   EXPECT_EQ(child(users, kSmallerObjectsName), nullptr);
-  EXPECT_EQ(users->children().size(), 2u);
-  EXPECT_EQ(users->size(), allocatedSize(u1));
+  EXPECT_EQ(users->size(), size("Users/a.bin"));
 
   // A folder scan keeps every clone at full size.
   r = scanTree(t.path("Work"), layout);
@@ -129,35 +115,24 @@ TEST_F(SystemDisk, CloneFamilyIsChargedOnceOnADiskPreferablyInsideApplicationsNe
   for (const char* path : {"a/first.bin", "b/second.bin"}) {
     ScanNode* n = find(r.root.get(), path);
     ASSERT_NE(n, nullptr);
-    EXPECT_TRUE(n->isAPFSClone());
-    EXPECT_FALSE(n->isCloneAllocationElsewhere());
-    EXPECT_EQ(n->size(), allocatedSize(a));
+    EXPECT_TRUE(n->isAPFSClone() && !n->isCloneAllocationElsewhere());
+    EXPECT_EQ(n->size(), size("Work/a/first.bin"));
     EXPECT_EQ(n->cloneSharedSize(), n->size());
   }
   EXPECT_FALSE(child(r.root.get(), "small.bin")->isAPFSClone());
 }
 
-TEST_F(SystemDisk, FirmlinkedDataVolumeAndOtherDisksAreLeftOut) {
-  t.file("System/Volumes/Data/Users/u/twice.bin", 8 * kMB);
+TEST_F(SystemDisk,
+       DataVolumeAndOtherDisksLeftOutSystemVolumesMeasuredEmptyProtectedPlacesReported) {
+  t.file("System/Volumes/Data/Users/u/twice.bin", 8 * kMB);  // reached through its firmlinks
   t.file("Volumes/External/film.mov", 8 * kMB);
-  t.file("System/Library/kept.bin", 8 * kMB);
-  ScanResult r = scan();
-  EXPECT_EQ(find(r.root.get(), "System/Volumes/Data"), nullptr);
-  EXPECT_EQ(find(r.root.get(), "Volumes"), nullptr);
-  EXPECT_EQ(r.root->size(), allocatedSize(t.path("System/Library/kept.bin")));
-  // The same folder scanned as an ordinary folder keeps everything.
-  layout->systemDisk = false;
-  r = scan();
-  EXPECT_NE(find(r.root.get(), "Volumes"), nullptr);
-}
-
-TEST_F(SystemDisk, SystemVolumesShowTheirUsedSpaceAndOtherSystemData) {
-  const auto swap = t.file("System/Volumes/VM/swapfile0", 6 * kMB);
-  t.file("System/Volumes/Preboot/boot.efi", 6 * kMB);
-  t.folder("System/Library");
-  const uint64_t swapSize = allocatedSize(swap);
+  const uint64_t swap = allocatedSize(t.file("System/Volumes/VM/swapfile0", 6 * kMB));
+  const uint64_t preboot = allocatedSize(t.file("System/Volumes/Preboot/boot.efi", 6 * kMB));
+  const uint64_t kept = allocatedSize(t.file("System/Library/kept.bin", 8 * kMB));
+  t.folder("Library/Caches");
+  t.file("private/var/db.bin", 8 * kMB);
   layout->systemVolumes = {
-      {t.path("System/Volumes/VM"), swapSize + 50 * kMB},
+      {t.path("System/Volumes/VM"), swap + 50 * kMB},
       {t.path("System/Volumes/Preboot"), 1},            // below what was counted: unchanged
       {t.path("System/Volumes/Update"), 30 * kMB},      // not walked: made under its folder
       {t.path("System/Volumes/Data"), 900 * kMB},       // the firmlinked data volume: ignored
@@ -166,13 +141,15 @@ TEST_F(SystemDisk, SystemVolumesShowTheirUsedSpaceAndOtherSystemData) {
       {t.path("System/Volumes/Empty"), 0},              // nothing used: skipped
   };
   ScanResult r = scan();
+  EXPECT_EQ(find(r.root.get(), "System/Volumes/Data"), nullptr);
+  EXPECT_EQ(find(r.root.get(), "Volumes"), nullptr);
+  EXPECT_EQ(find(r.root.get(), "System/Volumes/Empty"), nullptr);
   ScanNode* vm = find(r.root.get(), "System/Volumes/VM");
   ASSERT_NE(vm, nullptr);
-  EXPECT_EQ(vm->size(), swapSize + 50 * kMB);
+  EXPECT_EQ(vm->size(), swap + 50 * kMB);
   ScanNode* other = child(vm, kOtherSystemDataName);
   ASSERT_NE(other, nullptr);
-  EXPECT_TRUE(other->isAggregate());
-  EXPECT_FALSE(other->isDirectory());
+  EXPECT_TRUE(other->isAggregate() && !other->isDirectory());
   EXPECT_EQ(other->size(), 50 * kMB);
   EXPECT_EQ(other->path(), t.path("System/Volumes/VM"));
   ScanNode* update = find(r.root.get(), "System/Volumes/Update");
@@ -180,26 +157,19 @@ TEST_F(SystemDisk, SystemVolumesShowTheirUsedSpaceAndOtherSystemData) {
   EXPECT_TRUE(update->isDirectory());
   EXPECT_EQ(update->size(), 30 * kMB);
   EXPECT_EQ(update->path(), t.path("System/Volumes/Update"));
-  EXPECT_EQ(find(r.root.get(), "System/Volumes/Empty"), nullptr);
-  const uint64_t preboot = allocatedSize(t.path("System/Volumes/Preboot/boot.efi"));
   EXPECT_EQ(find(r.root.get(), "System/Volumes/Preboot")->size(), preboot);
   // Raised sizes reach every ancestor.
-  EXPECT_EQ(find(r.root.get(), "System")->size(), swapSize + 50 * kMB + 30 * kMB + preboot);
-  EXPECT_EQ(r.root->size(), find(r.root.get(), "System")->size());
-}
+  EXPECT_EQ(find(r.root.get(), "System")->size(), swap + 50 * kMB + 30 * kMB + preboot + kept);
+  // "/Library" measures empty, "/private" does not.
+  EXPECT_EQ(r.root->scanIssues(),
+            (std::vector<ScanIssue>{{t.path("Library"), kProtectedLocationMessage}}));
 
-TEST_F(SystemDisk, ProtectedLocationThatMeasuresEmptyIsReported) {
-  layout->protectedPaths = {"/Library", "/private"};
-  t.folder("Library/Caches");
-  t.file("private/var/db.bin", 8 * kMB);
-  ScanResult r = scan();
-  ASSERT_EQ(r.root->scanIssues().size(), 1u);
-  EXPECT_EQ(r.root->scanIssues()[0].path, t.path("Library"));
-  EXPECT_EQ(
-      r.root->scanIssues()[0].message,
-      "This protected location could not be measured. Check Full Disk Access and scan again.");
-  t.file("Library/Caches/c.bin", 8 * kMB);
-  EXPECT_TRUE(scan().root->scanIssues().empty());
+  // The same folder scanned as an ordinary folder keeps everything, and has no protected places.
+  layout->systemDisk = false;
+  r = scan();
+  EXPECT_NE(find(r.root.get(), "Volumes"), nullptr);
+  EXPECT_NE(find(r.root.get(), "System/Volumes/Data"), nullptr);
+  EXPECT_TRUE(r.root->scanIssues().empty());
 }
 
 TEST(IssueRecorder, KeepsFiveHundredDistinctIssuesInOrder) {

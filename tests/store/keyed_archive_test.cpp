@@ -1,40 +1,25 @@
+// Legacy scan archives: the keyed-archive decoder's rules, its refusal of damaged and hostile
+// input, and the migration of an archive and its sidecar into a scan database.
 #include "store/keyed_archive.h"
 
 #include <gtest/gtest.h>
 #include <plist/plist.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <map>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "platform/file_url.h"
 #include "store/binary_plist_check.h"
-#include "support/scan_trees.h"
+#include "store/scan_store.h"
+#include "store/store_test_support.h"
 
 namespace tw {
 namespace {
 
 using test::addFile;
 using test::addFolder;
-using test::childNames;
-using test::Names;
-
-DecodedArchive roundTrip(ScanNode& root) {
-  std::vector<uint8_t> bytes = encodeScanArchive(root);
-  EXPECT_FALSE(bytes.empty());
-  return decodeScanArchive(bytes);
-}
-
-// Everything an archive stores must come back, each child list in the child order.
-void expectSameTree(ScanNode& expected, const DecodedArchive& decoded) {
-  ASSERT_NE(decoded.root, nullptr) << decoded.error->description;
-  EXPECT_EQ(test::describeTree(decoded.root.get()), test::describeTree(&expected));
-  EXPECT_DOUBLE_EQ(decoded.root->scanDate(), expected.scanDate());
-}
 
 void expectArchiveError(const DecodedArchive& decoded, ArchiveErrorCode code) {
   EXPECT_EQ(decoded.root, nullptr);
@@ -56,14 +41,11 @@ class EditableArchive {
 
   plist_t object(uint64_t uid) const { return plist_array_get_item(objects_, uid); }
   uint64_t count() const { return plist_array_get_size(objects_); }
-  static uint64_t uid(plist_t value) {
-    uint64_t v = 0;
-    plist_get_uid_val(value, &v);
-    return v;
-  }
   // The object a key of object `at` refers to.
   plist_t at(uint64_t at, const char* key) const {
-    return object(uid(plist_dict_get_item(object(at), key)));
+    uint64_t uid = 0;
+    plist_get_uid_val(plist_dict_get_item(object(at), key), &uid);
+    return object(uid);
   }
   // The object index of the node named `name`.
   uint64_t node(std::string_view name) const {
@@ -192,7 +174,24 @@ std::vector<uint8_t> chainArchive(uint32_t depth) {
   return p.bytes(top);
 }
 
-// A scan as the scanner leaves it: sizes, flags, dates, root figures and issues.
+// Property-list graphs that would exhaust the parser's stack or memory: forty arrays each holding
+// the next twice (2^40 objects once expanded), an array holding itself, and arrays nested two
+// thousand and two hundred thousand (1.8 MB) deep.
+std::vector<std::vector<uint8_t>> hostileGraphs() {
+  std::vector<std::vector<uint8_t>> out;
+  for (int shape = 0; shape < 4; ++shape) {
+    RawPlist p;
+    uint32_t next = p.boolean(false);
+    for (int i = 0; shape == 0 && i < 40; ++i) next = p.array({next, next});
+    if (shape == 1) next = p.array({1});
+    for (int i = 0; i < (shape == 2 ? 2000 : shape == 3 ? 200'000 : 0); ++i) next = p.array({next});
+    out.push_back(p.bytes(next));
+  }
+  return out;
+}
+
+// A scan as the scanner leaves it: sizes, flags, dates (one at the first second of 1970, one
+// unknown), root figures and issues.
 ScanNodeRef realisticTree() {
   ScanNodeRef root = test::makeFolderRoot(9'000'000, "/home/ana/Projects and Notes");
   ScanNode* src = addFolder(root.get(), "src", 5'000'000);
@@ -201,7 +200,8 @@ ScanNodeRef realisticTree() {
   addFile(src,
           "Gr\xC3\xBC\xC3\x9F"
           "e 100%.txt",
-          1'000'000);
+          1'000'000)
+      ->setModificationDate(0);
   addFile(src, "bad\xFF\xFEname", 600'000);
   ScanNode* clone = addFile(src, "clone.bin", 0);
   clone->setAPFSClone(true);
@@ -228,31 +228,25 @@ ScanNodeRef realisticTree() {
   return root;
 }
 
-// --- Round trips -----------------------------------------------------------------------------
-
-TEST(KeyedArchiveRoundTrip, TreeComesBackWholeWithRawNamesThroughPercentEncodedURLs) {
-  ScanNodeRef tree = realisticTree();
-  std::vector<uint8_t> bytes = encodeScanArchive(*tree);
-  expectSameTree(*tree, decodeScanArchive(bytes));
-  // The URL carries a name's raw bytes as escapes.
-  EditableArchive archive(bytes);
-  bool found = false;
-  for (uint64_t i = 0; i < archive.count(); ++i) {
-    uint64_t length = 0;
-    const char* text = plist_get_string_ptr(archive.object(i), &length);
-    found |= text && std::string_view(text, length) ==
-                         "file:///home/ana/Projects%20and%20Notes/src/bad%FF%FEname";
-  }
-  EXPECT_TRUE(found);
-  // The root of the file system keeps its name.
-  ScanNodeRef slash = test::makeFolderRoot(10, "/");
-  addFolder(slash.get(), "etc", 10);
-  expectSameTree(*slash, roundTrip(*slash));
-}
-
 // --- Decoding rules --------------------------------------------------------------------------
 
-TEST(KeyedArchiveRules, ChildrenComeBackInChildOrderWithoutRegroupingOrEmptyGroups) {
+TEST(KeyedArchive, TreeComesBackWholeWithRawNamesThroughPercentEncodedURLs) {
+  for (ScanNodeRef tree : {realisticTree(), test::makeFolderRoot(10, "/")}) {
+    if (tree->path() == "/") addFolder(tree.get(), "etc", 10);  // "/" keeps its name
+    DecodedArchive decoded = decodeScanArchive(encodeScanArchive(*tree));
+    ASSERT_NE(decoded.root, nullptr) << decoded.error->description;
+    // Everything an archive stores comes back, each child list in the child order.
+    EXPECT_EQ(test::describeTree(decoded.root.get()), test::describeTree(tree.get()));
+    EXPECT_DOUBLE_EQ(decoded.root->scanDate(), tree->scanDate());
+  }
+  // The URL carries a name's raw bytes as escapes.
+  const std::vector<uint8_t> bytes = encodeScanArchive(*realisticTree());
+  EXPECT_NE(std::string(bytes.begin(), bytes.end())
+                .find("file:///home/ana/Projects%20and%20Notes/src/bad%FF%FEname"),
+            std::string::npos);
+}
+
+TEST(KeyedArchive, ChildOrderWithoutRegroupingAndMissingNamesFromTheURL) {
   // Written smallest first, with names whose natural order differs from byte order.
   ScanNodeRef tree = test::makeFolderRoot(6'000'120, "/d");
   for (int i = 1; i <= 12; ++i) addFile(tree.get(), "f" + std::to_string(i), 10);
@@ -262,25 +256,23 @@ TEST(KeyedArchiveRules, ChildrenComeBackInChildOrderWithoutRegroupingOrEmptyGrou
   group->setAggregate(true);
   addFile(group, "empty", 0);
   addFile(tree.get(), "zero file", 0);
-  DecodedArchive decoded = roundTrip(*tree);
+  DecodedArchive decoded = decodeScanArchive(encodeScanArchive(*tree));
   ASSERT_NE(decoded.root, nullptr);
   // Twelve small files, yet no "smaller objects…" group; the empty group is dropped.
-  EXPECT_EQ(childNames(decoded.root.get()),
-            (Names{"big", "f1", "f2", "f3", "f4", "f5", "f6", "f7", "f8", "f9", "f10", "f11", "f12",
-                   "zero file", std::string(kHiddenSpaceName)}));
-}
+  EXPECT_EQ(test::childNames(decoded.root.get()),
+            (test::Names{"big", "f1", "f2", "f3", "f4", "f5", "f6", "f7", "f8", "f9", "f10", "f11",
+                         "f12", "zero file", std::string(kHiddenSpaceName)}));
 
-TEST(KeyedArchiveRules, MissingNamesFallBackToTheURLAndIssuesOfAnotherShapeAreLeftOut) {
-  ScanNodeRef tree = realisticTree();
+  tree = realisticTree();
   EditableArchive archive(encodeScanArchive(*tree));
   const uint64_t top = archive.node("Projects and Notes");
   plist_t records = plist_dict_get_item(archive.at(top, "scanIssues"), "NS.objects");
   plist_dict_remove_item(archive.object(archive.node("main.cpp")), "name");
   plist_dict_remove_item(archive.object(top), "name");
-  // One record becomes a plain string.
+  // One issue record becomes a plain string: issues of another shape are left out.
   plist_set_uid_val(plist_array_get_item(records, 0),
                     archive.append(plist_new_string("not a record")));
-  DecodedArchive decoded = archive.decode();
+  decoded = archive.decode();
   ASSERT_NE(decoded.root, nullptr) << decoded.error->description;
   EXPECT_EQ(decoded.root->name(), "Projects and Notes");
   EXPECT_EQ(decoded.root->children()[0]->children()[0]->name(), "main.cpp");
@@ -288,7 +280,7 @@ TEST(KeyedArchiveRules, MissingNamesFallBackToTheURLAndIssuesOfAnotherShapeAreLe
   EXPECT_EQ(decoded.root->size(), tree->size());
 }
 
-TEST(KeyedArchiveRules, DeepChainDecodesWithinTheLimitAndAHundredThousandLevelsAreRefused) {
+TEST(KeyedArchive, DeepChainDecodesWithinTheLimitAndAHundredThousandLevelsAreRefused) {
   DecodedArchive decoded = decodeScanArchive(chainArchive(kMaxArchiveDepth + 1));
   ASSERT_NE(decoded.root, nullptr) << decoded.error->description;
   uint32_t depth = 0;
@@ -315,7 +307,7 @@ class KeyedArchiveMalformed : public ::testing::Test {
   std::vector<uint8_t> good_;
 };
 
-TEST_F(KeyedArchiveMalformed, TruncatedRandomAndForeignPropertyListsAreRefused) {
+TEST_F(KeyedArchiveMalformed, TruncatedRandomForeignAndExplodingPropertyListsAreRefused) {
   for (std::size_t cut : {std::size_t{0}, std::size_t{7}, good_.size() / 2, good_.size() - 1}) {
     std::vector<uint8_t> truncated(good_.begin(), good_.begin() + static_cast<long>(cut));
     expectArchiveError(decodeScanArchive(truncated), kArchiveNotPropertyList);
@@ -326,9 +318,14 @@ TEST_F(KeyedArchiveMalformed, TruncatedRandomAndForeignPropertyListsAreRefused) 
   expectArchiveError(decodeScanArchive(noise), kArchiveNotPropertyList);
   std::memcpy(noise.data(), "bplist00", 8);
   expectArchiveError(decodeScanArchive(noise), kArchiveNotPropertyList);
+  for (const std::vector<uint8_t>& graph : hostileGraphs())
+    expectArchiveError(decodeScanArchive(graph), kArchiveNotPropertyList);
+  // Sharing within reason is fine.
+  RawPlist p;
+  const uint32_t leaf = p.boolean(true);
+  EXPECT_FALSE(checkBinaryPlist(p.bytes(p.array({leaf, leaf}))).has_value());
 
-  RawPlist list;
-  expectArchiveError(decodeScanArchive(list.bytes(list.array({list.string("hello")}))),
+  expectArchiveError(decodeScanArchive(p.bytes(p.array({p.string("hello")}))),
                      kArchiveNotScanArchive);
   EditableArchive archive(good_);
   for (uint64_t i = 0; i < archive.count(); ++i) {
@@ -346,6 +343,16 @@ TEST_F(KeyedArchiveMalformed, CyclesSharedItemsBadReferencesAndWrongTypesAreRefu
       plist_array_append_item(e.childRefs(e.node(parent)), plist_new_uid(e.node(child)));
     };
   };
+  // Points the UID under `key` of node `name` (or of the object it refers to under `via`) at a
+  // new string, or at `uid` when one is given.
+  auto rewire = [](const char* name, const char* key, const char* text, const char* via = nullptr,
+                   uint64_t uid = 0) {
+    return [=](EditableArchive& e) {
+      plist_t holder = via ? e.at(e.node(name), via) : e.object(e.node(name));
+      plist_set_uid_val(plist_dict_get_item(holder, key),
+                        text ? e.append(plist_new_string(text)) : uid);
+    };
+  };
   const std::vector<std::pair<const char*, Edit>> edits = {
       {"a1 lists the root as its child", addChild("a1", "m")},
       {"a lists itself", addChild("a", "a")},
@@ -354,29 +361,19 @@ TEST_F(KeyedArchiveMalformed, CyclesSharedItemsBadReferencesAndWrongTypesAreRefu
        [](EditableArchive& e) {
          plist_set_uid_val(plist_array_get_item(e.childRefs(e.node("a")), 0), 999'999);
        }},
-      {"a URL reference out of range",
-       [](EditableArchive& e) {
-         plist_set_uid_val(plist_dict_get_item(e.object(e.node("b")), "URL"), e.count());
-       }},
+      {"a URL reference out of range", rewire("b", "URL", nullptr, nullptr, 999'999)},
       {"a child list holding a string",
        [](EditableArchive& e) {
          const uint64_t text = e.append(plist_new_string("intruder"));
          plist_array_append_item(e.childRefs(e.node("a")), plist_new_uid(text));
        }},
-      {"children that are not a list",
-       [](EditableArchive& e) {
-         const uint64_t text = e.append(plist_new_string("not a list"));
-         plist_set_uid_val(plist_dict_get_item(e.object(e.node("b")), "children"), text);
-       }},
+      {"children that are not a list", rewire("b", "children", "not a list")},
       {"a size that is text",
        [](EditableArchive& e) {
          plist_dict_set_item(e.object(e.node("a1")), "size", plist_new_string("12"));
        }},
       {"a location that is not a file URL",
-       [](EditableArchive& e) {
-         const uint64_t text = e.append(plist_new_string("https://example.org/a"));
-         plist_set_uid_val(plist_dict_get_item(e.at(e.node("a"), "URL"), "NS.relative"), text);
-       }},
+       rewire("a", "NS.relative", "https://example.org/a", "URL")},
   };
   for (const auto& [what, edit] : edits) {
     SCOPED_TRACE(what);
@@ -386,48 +383,15 @@ TEST_F(KeyedArchiveMalformed, CyclesSharedItemsBadReferencesAndWrongTypesAreRefu
   }
 }
 
-TEST_F(KeyedArchiveMalformed, PropertyListGraphsThatWouldExplodeAreRefused) {
-  // Forty arrays each holding the next one twice (2^40 objects once expanded), an array holding
-  // itself, and two thousand arrays nested in one another.
-  for (int shape = 0; shape < 3; ++shape) {
-    RawPlist p;
-    uint32_t next = p.boolean(false);
-    if (shape == 0)
-      for (int i = 0; i < 40; ++i) next = p.array({next, next});
-    if (shape == 1) next = p.array({1});
-    if (shape == 2)
-      for (int i = 0; i < 2000; ++i) next = p.array({next});
-    expectArchiveError(decodeScanArchive(p.bytes(next)), kArchiveNotPropertyList);
-  }
-  // Sharing within reason is fine.
-  RawPlist p;
-  const uint32_t leaf = p.boolean(true);
-  EXPECT_FALSE(checkBinaryPlist(p.bytes(p.array({leaf, leaf}))).has_value());
-}
-
-// Every reference below `node`.
-void collectReferences(plist_t node, std::vector<plist_t>& refs) {
-  const plist_type type = plist_get_node_type(node);
-  if (type == PLIST_UID) refs.push_back(node);
-  if (type == PLIST_ARRAY)
-    for (uint32_t k = 0; k < plist_array_get_size(node); ++k)
-      collectReferences(plist_array_get_item(node, k), refs);
-  if (type != PLIST_DICT) return;
-  plist_dict_iter iter = nullptr;
-  plist_dict_new_iter(node, &iter);
-  for (plist_t value = nullptr;;) {
-    char* key = nullptr;
-    plist_dict_next_item(node, iter, &key, &value);
-    std::free(key);
-    if (!value) break;
-    collectReferences(value, refs);
-  }
-  std::free(iter);
-}
-
 TEST_F(KeyedArchiveMalformed, MutatedBytesAndRewiredReferencesNeverCrash) {
-  std::vector<uint8_t> seed = encodeScanArchive(*realisticTree());
+  const std::vector<uint8_t> seed = encodeScanArchive(*realisticTree());
   std::mt19937 random(2024);
+  auto check = [](const DecodedArchive& decoded) {
+    EXPECT_NE(decoded.root != nullptr, decoded.error.has_value());
+    EXPECT_EQ(decoded.error.value_or(Error{kArchiveErrorDomain, 0, ""}).domain,
+              kArchiveErrorDomain);
+    return decoded.root != nullptr;
+  };
   int decodedCount = 0;
   for (int round = 0; round < 3000; ++round) {
     std::vector<uint8_t> bytes = seed;
@@ -439,29 +403,21 @@ TEST_F(KeyedArchiveMalformed, MutatedBytesAndRewiredReferencesNeverCrash) {
                       : static_cast<uint8_t>(at + 1);
     }
     if (random() % 8 == 0) bytes.resize(random() % bytes.size());
-    DecodedArchive decoded = decodeScanArchive(bytes);
-    decodedCount += decoded.root != nullptr;
-    ASSERT_NE(decoded.root != nullptr, decoded.error.has_value());
-    EXPECT_EQ(decoded.error.value_or(Error{kArchiveErrorDomain, 0, ""}).domain,
-              kArchiveErrorDomain);
+    decodedCount += check(decodeScanArchive(bytes));
   }
   EXPECT_GT(decodedCount, 0);  // some mutations touch only values, and those still decode
 
+  // References rewired: the bytes after a UID marker (0x80 to 0x83) point elsewhere.
   for (int round = 0; round < 400; ++round) {
-    EditableArchive archive(seed);
-    std::vector<plist_t> refs;
-    for (uint64_t i = 0; i < archive.count(); ++i) collectReferences(archive.object(i), refs);
-    ASSERT_FALSE(refs.empty());
-    for (int edits = 1 + static_cast<int>(random() % 3); edits > 0; --edits)
-      plist_set_uid_val(refs[random() % refs.size()], random() % (archive.count() + 2));
-    DecodedArchive decoded = archive.decode();
-    ASSERT_NE(decoded.root != nullptr, decoded.error.has_value());
-    EXPECT_EQ(decoded.error.value_or(Error{kArchiveErrorDomain, 0, ""}).domain,
-              kArchiveErrorDomain);
+    std::vector<uint8_t> bytes = seed;
+    for (int edits = 1 + static_cast<int>(random() % 3); edits > 0;) {
+      const std::size_t at = random() % (bytes.size() - 1);
+      if (bytes[at] >= 0x80 && bytes[at] <= 0x83)
+        bytes[at + 1] = static_cast<uint8_t>(random()), --edits;
+    }
+    check(decodeScanArchive(bytes));
   }
 }
-
-// --- File URLs -------------------------------------------------------------------------------
 
 TEST(ArchiveFileURL, PathsBecomePercentEncodedURLsAndBack) {
   EXPECT_EQ(fileURLForPath("/Users/x/My File", false), "file:///Users/x/My%20File");
@@ -475,10 +431,78 @@ TEST(ArchiveFileURL, PathsBecomePercentEncodedURLsAndBack) {
   EXPECT_EQ(pathForFileURL("file://localhost/a%2Fb/"), "/a/b");
   EXPECT_EQ(pathForFileURL("FILE:///A%zz"), "/A%zz");
   EXPECT_EQ(pathForFileURL("File:/short/form"), "/short/form");
-  EXPECT_FALSE(pathForFileURL("file://server/share"));
-  EXPECT_FALSE(pathForFileURL("file://localhostx/a"));
-  EXPECT_FALSE(pathForFileURL("http:///a"));
-  EXPECT_FALSE(pathForFileURL("file:///a%00b"));
+  for (const char* url :
+       {"file://server/share", "file://localhostx/a", "http:///a", "file:///a%00b"})
+    EXPECT_FALSE(pathForFileURL(url)) << url;
+}
+
+// --- Migration into a scan database ----------------------------------------------------------
+
+class ArchiveMigrationTest : public ::testing::Test {
+ protected:
+  test::TempTree tree;
+  std::string archive = tree.path("LastScan.archive");
+  std::string database = tree.path("LastScan.sqlite");
+};
+
+TEST_F(ArchiveMigrationTest, MissingOrForeignArchiveFailsWithItsErrorAndWritesNothing) {
+  Error error;
+  EXPECT_FALSE(ScanStore::migrateArchive(archive, database, &error));
+  EXPECT_EQ(error, posixError(ENOENT));
+  EXPECT_TRUE(test::listFolder(tree.root()).empty());
+
+  test::writeFile(archive, "not a keyed archive of a scan node");
+  ASSERT_TRUE(ScanStore::writeRootNode(test::makeSampleTree().get(), database));
+  const std::string before = test::readFile(database);
+  EXPECT_FALSE(ScanStore::migrateArchive(archive, database, &error));
+  EXPECT_EQ(error.domain, kArchiveErrorDomain);
+  EXPECT_FALSE(error.description.empty());
+  EXPECT_EQ(test::readFile(database), before);
+  EXPECT_EQ(test::readFile(archive), "not a keyed archive of a scan node");
+  EXPECT_EQ(test::listFolder(tree.root()),
+            (std::vector<std::string>{"LastScan.archive", "LastScan.sqlite"}));
+}
+
+TEST_F(ArchiveMigrationTest, SidecarOverridesTheRootUnlessDamagedAndNeverCrashesTheParser) {
+  const std::vector<uint8_t> encoded = encodeScanArchive(*test::makeSampleTree());
+  test::writeFile(archive, std::string(encoded.begin(), encoded.end()));
+  // Binary, as sidecars were written: an XML plist would round dates to whole seconds.
+  plist_t dict = plist_new_dict();
+  plist_dict_set_item(dict, "scanDate", plist_new_date(700000000, 500000));  // since 2001
+  plist_dict_set_item(dict, "sourceFingerprint", plist_new_uint(0x8000000000000001ull));
+  plist_dict_set_item(dict, "sourceItemCount", plist_new_string("twelve"));
+  char* data = nullptr;
+  uint32_t length = 0;
+  plist_to_bin(dict, &data, &length);
+  const std::string good(data, length);
+  plist_to_bin_free(data);
+  plist_free(dict);
+  // A good sidecar, one cut short, the hostile graphs, and XML nested two hundred thousand deep.
+  std::vector<std::pair<std::string, bool>> sidecars = {{good, true},
+                                                        {good.substr(0, good.size() - 3), false}};
+  for (const std::vector<uint8_t>& graph : hostileGraphs())
+    sidecars.emplace_back(std::string(graph.begin(), graph.end()), false);
+  std::string xml = "<?xml version=\"1.0\"?><plist version=\"1.0\">";
+  for (int i = 0; i < 200'000; ++i) xml += "<array>";
+  for (int i = 0; i < 200'000; ++i) xml += "</array>";
+  sidecars.emplace_back(xml + "</plist>", false);
+  for (const auto& [bytes, applied] : sidecars) {
+    SCOPED_TRACE(std::to_string(bytes.size()) + " bytes");
+    test::writeFile(archive + ".metadata.plist", bytes);
+    std::remove(database.c_str());
+    Error error;
+    ASSERT_TRUE(ScanStore::migrateArchive(archive, database, &error)) << error.description;
+    auto metadata = ScanStore::metadataAt(database);
+    ASSERT_TRUE(metadata && metadata->scanDate);
+    EXPECT_DOUBLE_EQ(*metadata->scanDate, applied ? 978307200.0 + 700000000.5 : 1700000000.0);
+    EXPECT_EQ(metadata->sourceFingerprint, applied ? 0x8000000000000001ull : 0xfedcba9876543210ull);
+    EXPECT_EQ(metadata->sourceItemCount, 11);  // the string is ignored
+    EXPECT_EQ(metadata->locationPath, "/data");
+    EXPECT_EQ(test::readFile(archive + ".metadata.plist"), bytes);
+  }
+  auto store = ScanStore::open(database);
+  ASSERT_TRUE(store);
+  EXPECT_EQ(store->allFilesUnderNode(store->rootNode().get()).size(), 6u);
 }
 
 }  // namespace

@@ -5,16 +5,13 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <chrono>
 #include <climits>
-#include <cstdlib>
 #include <future>
 #include <thread>
 
 #include "scan/directory_scanner.h"
 #include "store/scan_store.h"
 #include "store/store_test_support.h"
-#include "support/temp_tree.h"
 
 namespace tw {
 namespace {
@@ -30,24 +27,24 @@ int openDescriptorsOn(const std::string& file) {
   DIR* dir = opendir("/proc/self/fd");
   while (dirent* entry = readdir(dir)) {
     char target[4096];
-    std::string link = std::string("/proc/self/fd/") + entry->d_name;
-    ssize_t n = readlink(link.c_str(), target, sizeof target);
-    if (n > 0 && std::string(target, n) == path) ++count;
+    const std::string link = std::string("/proc/self/fd/") + entry->d_name;
+    const ssize_t n = readlink(link.c_str(), target, sizeof target);
+    count += n > 0 && std::string(target, n) == path;
   }
   closedir(dir);
   return count;
 }
 
+// Twenty folders of fifty subfolders, each holding one file.
 class LazyLoadingTest : public ::testing::Test {
  protected:
   void SetUp() override {
     ScanNodeRef tree = ScanNode::makeRoot("/r", true);
     for (int f = 0; f < 20; ++f) {
       ScanNode* folder = test::addNode(tree.get(), "folder" + std::to_string(f), true, 1000 + f);
-      for (int i = 0; i < 50; ++i) {
-        ScanNode* sub = test::addNode(folder, "sub" + std::to_string(i), true, 10);
-        test::addNode(sub, "leaf.txt", false, 10);
-      }
+      for (int i = 0; i < 50; ++i)
+        test::addNode(test::addNode(folder, "sub" + std::to_string(i), true, 10), "leaf.txt", false,
+                      10);
     }
     ASSERT_TRUE(ScanStore::writeRootNode(tree.get(), file));
     store = ScanStore::open(file);
@@ -59,7 +56,7 @@ class LazyLoadingTest : public ::testing::Test {
   std::shared_ptr<ScanStore> store;
 };
 
-TEST_F(LazyLoadingTest, ChildrenLoadOnceIntoTheParentsTree) {
+TEST_F(LazyLoadingTest, ChildrenLoadOnceIntoTheParentsTreeAndQueryAnswersStayOutOfIt) {
   ScanNodeRef root = store->rootNode();
   EXPECT_FALSE(root->isChildrenLoaded());
   auto first = root->children();
@@ -73,8 +70,17 @@ TEST_F(LazyLoadingTest, ChildrenLoadOnceIntoTheParentsTree) {
   EXPECT_EQ(folder->scanStore(), store);
   EXPECT_FALSE(folder->isChildrenLoaded());
 
+  // Query answers are trees of their own; their folders load their own children.
+  const std::size_t before = root->arena().bytesReserved();
+  for (int i = 0; i < 20; ++i) ASSERT_EQ(store->allNodesUnderNode(root.get()).size(), 2021u);
+  EXPECT_EQ(root->arena().bytesReserved(), before);
+  ScanNodeRef answer = store->nodeAtPath("/r/folder3");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->children().size(), 50u);
+  EXPECT_EQ(answer->children()[0]->parent(), answer.get());
+
   // A second call answers from memory: the table is gone, the children are not.
-  { test::Sql(file).exec("ALTER TABLE items RENAME TO gone"); }
+  test::Sql(file).exec("ALTER TABLE items RENAME TO gone");
   auto second = root->children();
   EXPECT_EQ(second.data(), first.data());
   EXPECT_EQ(second.size(), 20u);
@@ -101,20 +107,7 @@ TEST_F(LazyLoadingTest, StoreClosesWhenTheLastNodeHoldingItGoesAway) {
   EXPECT_EQ(openDescriptorsOn(file), 0);
 }
 
-TEST_F(LazyLoadingTest, QueryAnswersDoNotGrowTheBrowsedTree) {
-  ScanNodeRef root = store->rootNode();
-  root->children();
-  const std::size_t before = root->arena().bytesReserved();
-  for (int i = 0; i < 20; ++i) ASSERT_EQ(store->allNodesUnderNode(root.get()).size(), 2021u);
-  EXPECT_EQ(root->arena().bytesReserved(), before);
-  // An answer's folders load their own children, in the answer's tree.
-  ScanNodeRef folder = store->nodeAtPath("/r/folder3");
-  ASSERT_TRUE(folder);
-  EXPECT_EQ(folder->children().size(), 50u);
-  EXPECT_EQ(folder->children()[0]->parent(), folder.get());
-}
-
-TEST_F(LazyLoadingTest, ConcurrentLoadsOfOneStoreAgree) {
+TEST_F(LazyLoadingTest, ConcurrentLoadsAgreeAndAStreamCallbackMayLoadChildren) {
   ScanNodeRef root = store->rootNode();
   auto folders = root->children();
   std::vector<std::thread> threads;
@@ -128,30 +121,26 @@ TEST_F(LazyLoadingTest, ConcurrentLoadsOfOneStoreAgree) {
   }
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(leaves.load(), 4 * (1000 + 3));
-}
 
-TEST_F(LazyLoadingTest, StreamCallbackMayLoadChildrenWhileAnotherThreadLoadsThem) {
   // Thread B takes a folder's lock and then waits for the store; the stream's callback on this
   // thread asks the same folder for its children. Holding the store's lock during the callback
   // would deadlock the two.
-  ScanNodeRef root = store->rootNode();
-  ScanNode* folder = root->children()[0];
+  ScanNodeRef other = ScanStore::open(file)->rootNode();
+  ScanNode* folder = other->children()[0];
   auto done = std::async(std::launch::async, [&] {
     int seen = 0;
-    std::future<std::size_t> other;
-    return store->enumerateNodesUnderNode(root.get(), [&](const ScanNodeRef&,
-                                                          std::optional<Error>&) {
-      if (++seen == 1) {
-        other = std::async(std::launch::async, [&] { return folder->children().size(); });
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      }
-      if (seen == 2) {
-        if (folder->children().size() != 50) return false;
-        if (other.get() != 50) return false;
-      }
-      for (ScanNode* sub : folder->children()) sub->children();
-      return true;
-    }) && seen == 2021;
+    std::future<std::size_t> load;
+    const bool completed = other->scanStore()->enumerateNodesUnderNode(
+        other.get(), [&](const ScanNodeRef&, std::optional<Error>&) {
+          if (++seen == 1) {
+            load = std::async(std::launch::async, [&] { return folder->children().size(); });
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+          }
+          if (seen == 2 && (folder->children().size() != 50 || load.get() != 50)) return false;
+          for (ScanNode* sub : folder->children()) sub->children();
+          return true;
+        });
+    return completed && seen == 2021;
   });
   ASSERT_EQ(done.wait_for(std::chrono::seconds(20)), std::future_status::ready)
       << "the stream and a children load deadlocked";
@@ -160,16 +149,13 @@ TEST_F(LazyLoadingTest, StreamCallbackMayLoadChildrenWhileAnotherThreadLoadsThem
 
 TEST(NonUTF8NameTest, RawNamesSurviveScanWriteOpenAndLookup) {
   test::TempTree tree;
-  const std::string badFolder = "caf\xe9";
-  const std::string badFile = "bad\xff\xfename.bin";
+  const std::string badFolder = "caf\xe9", badFile = "bad\xff\xfename.bin";
   tree.file(badFolder + "/" + badFile, 5000);
   tree.file(badFolder + "/plain.txt", 100);
-  DirectoryScanner scanner({});
-  ScanResult result = scanner.scanNow(tree.root(), 0, nullptr);
+  ScanResult result = DirectoryScanner({}).scanNow(tree.root(), 0, nullptr);
   ASSERT_TRUE(result.root);
   const std::string file = tree.path("scan.sqlite");
   ASSERT_TRUE(ScanStore::writeRootNode(result.root.get(), file));
-
   auto store = ScanStore::open(file);
   ASSERT_TRUE(store);
   const std::string filePath = tree.root() + "/" + badFolder + "/" + badFile;
@@ -182,9 +168,8 @@ TEST(NonUTF8NameTest, RawNamesSurviveScanWriteOpenAndLookup) {
   EXPECT_EQ(folder->name(), badFolder);
   EXPECT_EQ(test::childNames(folder.get()), (Names{badFile, "plain.txt"}));
   EXPECT_EQ(namesOf(store->filesUnderNode(folder.get(), "\xff\xfe", 5)), (Names{badFile}));
-  test::Sql sql(file);
-  EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM items WHERE typeof(name)<>'text' OR "
-                        "typeof(path)<>'text'"),
+  EXPECT_EQ(test::Sql(file).integer("SELECT COUNT(*) FROM items WHERE typeof(name)<>'text' OR "
+                                    "typeof(path)<>'text'"),
             0);
 }
 

@@ -45,13 +45,8 @@ void Sql::exec(const std::string& sql) {
 }
 
 std::optional<int64_t> Sql::integer(const std::string& sql) {
-  sqlite3_stmt* statement = nullptr;
-  std::optional<int64_t> value;
-  if (sqlite3_prepare_v2(db_, sql.c_str(), -1, &statement, nullptr) == SQLITE_OK &&
-      sqlite3_step(statement) == SQLITE_ROW && sqlite3_column_type(statement, 0) != SQLITE_NULL)
-    value = sqlite3_column_int64(statement, 0);
-  sqlite3_finalize(statement);
-  return value;
+  const std::optional<std::string> value = text(sql);
+  return value ? std::optional(std::stoll(*value)) : std::nullopt;
 }
 
 std::optional<std::string> Sql::text(const std::string& sql) {
@@ -63,6 +58,20 @@ std::optional<std::string> Sql::text(const std::string& sql) {
                         sqlite3_column_bytes(statement, 0));
   sqlite3_finalize(statement);
   return value;
+}
+
+void damagePagesOf(const std::string& path, const std::string& name) {
+  std::optional<int64_t> page, pageSize;
+  {
+    Sql sql(path);
+    page = sql.integer("SELECT rootpage FROM sqlite_master WHERE name='" + name + "'");
+    pageSize = sql.integer("PRAGMA page_size");
+  }
+  ASSERT_TRUE(page && pageSize) << name;
+  std::string bytes = readFile(path);
+  bytes.replace(static_cast<std::size_t>((*page - 1) * *pageSize),
+                static_cast<std::size_t>(*pageSize), static_cast<std::size_t>(*pageSize), '\0');
+  writeFile(path, bytes);
 }
 
 }  // namespace tw::test

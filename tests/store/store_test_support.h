@@ -41,4 +41,8 @@ class Sql {
   sqlite3* db_ = nullptr;
 };
 
+// Overwrites the root page of the index or table `name` in the closed file `path` with zeros,
+// as a damaged disk would: SQLite then fails every query that reads it.
+void damagePagesOf(const std::string& path, const std::string& name);
+
 }  // namespace tw::test

@@ -17,7 +17,7 @@ namespace tw::test {
 
 class TempTree {
  public:
-  TempTree();  // a new, empty folder below $TMPDIR (or /tmp), readable by everyone
+  TempTree();  // a new, empty folder below $TMPDIR (or /tmp), reachable by everyone
   ~TempTree();
   TempTree(const TempTree&) = delete;
   TempTree& operator=(const TempTree&) = delete;
@@ -57,12 +57,13 @@ int runUnprivileged(const std::function<int()>& body);
 std::string runUnprivilegedReporting(const std::function<std::string()>& body);
 
 // A program run to its end: exit status (-1 crashed, -2 hung and stopped after 20 s, 125 could not
-// become nobody) and what it wrote to standard output and error.
+// become nobody) and what it wrote to standard output and error. Run as nobody, the program is a
+// copy in a temporary folder everyone can reach.
 struct ProcessRun {
   int status = -1;
   std::string out, err;
 };
-ProcessRun runProcess(const std::vector<std::string>& argv, bool unprivileged = false);
+ProcessRun runProcess(std::vector<std::string> argv, bool unprivileged = false);
 
 // Whether this process may mount file systems (root with CAP_SYS_ADMIN in a mount-capable place);
 // asked once.
@@ -92,9 +93,5 @@ class Watchdog {
   bool done_ = false;
   std::thread thread_;
 };
-
-// Only root can switch to user nobody; elsewhere the tests that need it are skipped.
-#define TW_SKIP_UNLESS_ROOT() \
-  if (geteuid() != 0) GTEST_SKIP() << "needs root to run as user nobody"
 
 }  // namespace tw::test
