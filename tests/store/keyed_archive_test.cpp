@@ -197,11 +197,7 @@ ScanNodeRef realisticTree() {
   ScanNode* src = addFolder(root.get(), "src", 5'000'000);
   src->setModificationDate(1'600'000'000.25);
   addFile(src, "main.cpp", 3'000'000)->setModificationDate(1'650'000'000.5);
-  addFile(src,
-          "Gr\xC3\xBC\xC3\x9F"
-          "e 100%.txt",
-          1'000'000)
-      ->setModificationDate(0);
+  addFile(src, "Gr\u00fc\u00dfe 100%.txt", 1'000'000)->setModificationDate(0);  // 1970
   addFile(src, "bad\xFF\xFEname", 600'000);
   ScanNode* clone = addFile(src, "clone.bin", 0);
   clone->setAPFSClone(true);
@@ -222,13 +218,9 @@ ScanNodeRef realisticTree() {
   root->setSourceItemCount(11);
   root->setScanDate(1'700'000'000.75);
   root->setScanIssues({{"/home/ana/Projects and Notes/locked", "Permission denied"},
-                       {"/home/ana/Projects and Notes/Gr\xC3\xBC\xC3\x9F"
-                        "e",
-                        "Ungültig"}});
+                       {"/home/ana/Projects and Notes/Gr\u00fc\u00dfe", "Ungültig"}});
   return root;
 }
-
-// --- Decoding rules --------------------------------------------------------------------------
 
 TEST(KeyedArchive, TreeComesBackWholeWithRawNamesThroughPercentEncodedURLs) {
   for (ScanNodeRef tree : {realisticTree(), test::makeFolderRoot(10, "/")}) {
@@ -292,24 +284,18 @@ TEST(KeyedArchive, DeepChainDecodesWithinTheLimitAndAHundredThousandLevelsAreRef
   expectArchiveError(decodeScanArchive(chainArchive(100'000)), kArchiveTooComplex);
 }
 
-// --- Damaged and hostile input ---------------------------------------------------------------
+// The archive of /m: a/ (a1), b.
+std::vector<uint8_t> smallArchive() {
+  ScanNodeRef tree = test::makeFolderRoot(30, "/m");
+  addFile(addFolder(tree.get(), "a", 20), "a1", 20);
+  addFile(tree.get(), "b", 10);
+  return encodeScanArchive(*tree);
+}
 
-class KeyedArchiveMalformed : public ::testing::Test {
- protected:
-  void SetUp() override {
-    tree_ = test::makeFolderRoot(30, "/m");
-    addFile(addFolder(tree_.get(), "a", 20), "a1", 20);
-    addFile(tree_.get(), "b", 10);
-    good_ = encodeScanArchive(*tree_);
-    ASSERT_NE(decodeScanArchive(good_).root, nullptr);
-  }
-  ScanNodeRef tree_;
-  std::vector<uint8_t> good_;
-};
-
-TEST_F(KeyedArchiveMalformed, TruncatedRandomForeignAndExplodingPropertyListsAreRefused) {
-  for (std::size_t cut : {std::size_t{0}, std::size_t{7}, good_.size() / 2, good_.size() - 1}) {
-    std::vector<uint8_t> truncated(good_.begin(), good_.begin() + static_cast<long>(cut));
+TEST(KeyedArchiveMalformed, TruncatedRandomForeignAndExplodingPropertyListsAreRefused) {
+  const std::vector<uint8_t> good = smallArchive();
+  for (std::size_t cut : {std::size_t{0}, std::size_t{7}, good.size() / 2, good.size() - 1}) {
+    std::vector<uint8_t> truncated(good.begin(), good.begin() + static_cast<long>(cut));
     expectArchiveError(decodeScanArchive(truncated), kArchiveNotPropertyList);
   }
   std::mt19937 random(7);
@@ -327,7 +313,7 @@ TEST_F(KeyedArchiveMalformed, TruncatedRandomForeignAndExplodingPropertyListsAre
 
   expectArchiveError(decodeScanArchive(p.bytes(p.array({p.string("hello")}))),
                      kArchiveNotScanArchive);
-  EditableArchive archive(good_);
+  EditableArchive archive(good);
   for (uint64_t i = 0; i < archive.count(); ++i) {
     plist_t name = plist_dict_get_item(archive.object(i), "$classname");
     if (name && plist_string_val_compare(name, "TWScanNode") == 0)
@@ -336,7 +322,9 @@ TEST_F(KeyedArchiveMalformed, TruncatedRandomForeignAndExplodingPropertyListsAre
   expectArchiveError(archive.decode(), kArchiveNotScanArchive);
 }
 
-TEST_F(KeyedArchiveMalformed, CyclesSharedItemsBadReferencesAndWrongTypesAreRefused) {
+TEST(KeyedArchiveMalformed, CyclesSharedItemsBadReferencesAndWrongTypesAreRefused) {
+  const std::vector<uint8_t> good = smallArchive();
+  ASSERT_NE(decodeScanArchive(good).root, nullptr);
   using Edit = std::function<void(EditableArchive&)>;
   auto addChild = [](const char* parent, const char* child) {
     return [=](EditableArchive& e) {
@@ -377,13 +365,13 @@ TEST_F(KeyedArchiveMalformed, CyclesSharedItemsBadReferencesAndWrongTypesAreRefu
   };
   for (const auto& [what, edit] : edits) {
     SCOPED_TRACE(what);
-    EditableArchive archive(good_);
+    EditableArchive archive(good);
     edit(archive);
     expectArchiveError(archive.decode(), kArchiveDamaged);
   }
 }
 
-TEST_F(KeyedArchiveMalformed, MutatedBytesAndRewiredReferencesNeverCrash) {
+TEST(KeyedArchiveMalformed, MutatedBytesAndRewiredReferencesNeverCrash) {
   const std::vector<uint8_t> seed = encodeScanArchive(*realisticTree());
   std::mt19937 random(2024);
   auto check = [](const DecodedArchive& decoded) {
@@ -435,8 +423,6 @@ TEST(ArchiveFileURL, PathsBecomePercentEncodedURLsAndBack) {
        {"file://server/share", "file://localhostx/a", "http:///a", "file:///a%00b"})
     EXPECT_FALSE(pathForFileURL(url)) << url;
 }
-
-// --- Migration into a scan database ----------------------------------------------------------
 
 class ArchiveMigrationTest : public ::testing::Test {
  protected:

@@ -4,13 +4,10 @@
 
 #include <sys/types.h>
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 namespace tw::test {
@@ -81,17 +78,11 @@ class MountGuard {
 };
 
 // Ends the test run with a message when the guarded code takes longer than `seconds`, so code
-// that blocks fails instead of holding up the whole run.
+// that blocks fails instead of holding up the whole run. One at a time (it uses the alarm).
 class Watchdog {
  public:
-  Watchdog(const char* what, int seconds);
+  Watchdog(const char* what, unsigned seconds);
   ~Watchdog();
-
- private:
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  bool done_ = false;
-  std::thread thread_;
 };
 
 }  // namespace tw::test
