@@ -30,55 +30,47 @@ void expectArchiveError(const DecodedArchive& decoded, ArchiveErrorCode code) {
 }
 
 // An archive opened for editing, as a hostile or damaged file would differ from a good one.
-class EditableArchive {
- public:
+struct EditableArchive {
   explicit EditableArchive(const std::vector<uint8_t>& bytes) {
     plist_from_bin(reinterpret_cast<const char*>(bytes.data()), static_cast<uint32_t>(bytes.size()),
-                   &top_);
-    objects_ = plist_dict_get_item(top_, "$objects");
+                   &top);
+    objects = plist_dict_get_item(top, "$objects");
   }
-  ~EditableArchive() { plist_free(top_); }
-
-  plist_t object(uint64_t uid) const { return plist_array_get_item(objects_, uid); }
-  uint64_t count() const { return plist_array_get_size(objects_); }
+  ~EditableArchive() { plist_free(top); }
+  uint32_t count() const { return plist_array_get_size(objects); }
+  plist_t object(uint64_t uid) const {
+    return plist_array_get_item(objects, static_cast<uint32_t>(uid));
+  }
   // The object a key of object `at` refers to.
   plist_t at(uint64_t at, const char* key) const {
     uint64_t uid = 0;
     plist_get_uid_val(plist_dict_get_item(object(at), key), &uid);
     return object(uid);
   }
-  // The object index of the node named `name`.
-  uint64_t node(std::string_view name) const {
-    for (uint64_t i = 0; i < count(); ++i) {
-      if (plist_get_node_type(object(i)) != PLIST_DICT || !plist_dict_get_item(object(i), "name"))
-        continue;
-      uint64_t length = 0;
-      const char* text = plist_get_string_ptr(at(i, "name"), &length);
-      if (text && std::string_view(text, length) == name) return i;
-    }
+  // The object index of the node named `name`, and the UIDs of its children.
+  uint32_t node(const char* name) const {
+    for (uint32_t i = 0; i < count(); ++i)
+      if (plist_dict_get_item(object(i), "name") && !plist_string_val_compare(at(i, "name"), name))
+        return i;
     ADD_FAILURE() << "no node " << name;
     return 0;
   }
-  // The UIDs of a node's children.
-  plist_t childRefs(uint64_t node) const {
-    return plist_dict_get_item(at(node, "children"), "NS.objects");
+  plist_t childRefs(const char* name) const {
+    return plist_dict_get_item(at(node(name), "children"), "NS.objects");
   }
-  uint64_t append(plist_t object) {
-    plist_array_append_item(objects_, object);
+  uint32_t append(plist_t item) {
+    plist_array_append_item(objects, item);
     return count() - 1;
   }
   DecodedArchive decode() const {
     char* out = nullptr;
     uint32_t length = 0;
-    plist_to_bin(top_, &out, &length);
+    plist_to_bin(top, &out, &length);
     std::vector<uint8_t> bytes(out, out + length);
     plist_to_bin_free(out);
     return decodeScanArchive(bytes);
   }
-
- private:
-  plist_t top_ = nullptr;
-  plist_t objects_ = nullptr;
+  plist_t top = nullptr, objects = nullptr;
 };
 
 // A binary property list written byte by byte, with four-byte offsets and references. Tests use
@@ -87,58 +79,46 @@ class EditableArchive {
 class RawPlist {
  public:
   uint32_t string(const std::string& text) {  // each text once, as writers do
-    if (auto known = strings_.find(text); known != strings_.end()) return known->second;
-    std::vector<uint8_t> object = header(0x5, text.size());
-    object.insert(object.end(), text.begin(), text.end());
-    return strings_[text] = add(std::move(object));
+    if (!strings_.contains(text)) strings_[text] = add(header(0x5, text.size()) + text);
+    return strings_[text];
   }
-  uint32_t uid(uint32_t value) { return add(put({0x83}, value, 4)); }
-  uint32_t integer(uint64_t value) { return add(put({0x13}, value, 8)); }
-  uint32_t boolean(bool value) { return add({static_cast<uint8_t>(value ? 0x09 : 0x08)}); }
+  uint32_t uid(uint32_t value) { return add("\x83" + be(value, 4)); }
+  uint32_t integer(uint64_t value) { return add("\x13" + be(value, 8)); }
+  uint32_t boolean(bool value) { return add(value ? "\x09" : "\x08"); }
   uint32_t array(const std::vector<uint32_t>& refs) {
-    std::vector<uint8_t> object = header(0xA, refs.size());
-    for (uint32_t ref : refs) put(object, ref, 4);
-    return add(std::move(object));
+    std::string object = header(0xA, refs.size());
+    for (uint32_t ref : refs) object += be(ref, 4);
+    return add(object);
   }
   uint32_t dict(const std::vector<std::pair<std::string, uint32_t>>& entries) {
-    std::vector<uint8_t> object = header(0xD, entries.size());
-    for (const auto& entry : entries) put(object, string(entry.first), 4);
-    for (const auto& entry : entries) put(object, entry.second, 4);
-    return add(std::move(object));
+    std::string keys, values;
+    for (const auto& [key, value] : entries) keys += be(string(key), 4), values += be(value, 4);
+    return add(header(0xD, entries.size()) + keys + values);
   }
   std::vector<uint8_t> bytes(uint32_t root) const {
-    std::vector<uint8_t> out{'b', 'p', 'l', 'i', 's', 't', '0', '0'};
-    std::vector<uint64_t> offsets;
-    for (const auto& object : objects_) {
-      offsets.push_back(out.size());
-      out.insert(out.end(), object.begin(), object.end());
-    }
-    const uint64_t table = out.size();
-    for (uint64_t offset : offsets) put(out, offset, 4);
-    out.insert(out.end(), {0, 0, 0, 0, 0, 0, 4, 4});
-    put(out, objects_.size(), 8);
-    put(out, root, 8);
-    return put(out, table, 8);
+    std::string out = "bplist00", table;
+    for (const std::string& object : objects_) table += be(out.size(), 4), out += object;
+    const uint64_t tableAt = out.size();
+    out += table + std::string("\0\0\0\0\0\0\4\4", 8) + be(objects_.size(), 8) + be(root, 8) +
+           be(tableAt, 8);
+    return {out.begin(), out.end()};
   }
 
  private:
-  uint32_t add(std::vector<uint8_t> object) {
+  uint32_t add(std::string object) {
     objects_.push_back(std::move(object));
     return static_cast<uint32_t>(objects_.size() - 1);
   }
-  // Appends `v` big-endian in `size` bytes.
-  static std::vector<uint8_t>& put(std::vector<uint8_t>& out, uint64_t v, int size) {
-    for (int i = size - 1; i >= 0; --i) out.push_back(static_cast<uint8_t>(v >> (8 * i)));
+  static std::string be(uint64_t v, int size) {  // big-endian in `size` bytes
+    std::string out;
+    for (int i = size - 1; i >= 0; --i) out += static_cast<char>(v >> (8 * i));
     return out;
   }
-  static std::vector<uint8_t> put(std::vector<uint8_t>&& out, uint64_t v, int size) {
-    return std::move(put(out, v, size));
+  static std::string header(int type, std::size_t count) {
+    if (count < 15) return std::string(1, static_cast<char>(type << 4 | count));
+    return std::string{static_cast<char>(type << 4 | 0xF), '\x12'} + be(count, 4);
   }
-  static std::vector<uint8_t> header(uint8_t type, std::size_t count) {
-    if (count < 15) return {static_cast<uint8_t>(type << 4 | count)};
-    return put({static_cast<uint8_t>(type << 4 | 0xF), 0x12}, count, 4);
-  }
-  std::vector<std::vector<uint8_t>> objects_;
+  std::vector<std::string> objects_;
   std::map<std::string, uint32_t> strings_;
 };
 
@@ -328,7 +308,7 @@ TEST(KeyedArchiveMalformed, CyclesSharedItemsBadReferencesAndWrongTypesAreRefuse
   using Edit = std::function<void(EditableArchive&)>;
   auto addChild = [](const char* parent, const char* child) {
     return [=](EditableArchive& e) {
-      plist_array_append_item(e.childRefs(e.node(parent)), plist_new_uid(e.node(child)));
+      plist_array_append_item(e.childRefs(parent), plist_new_uid(e.node(child)));
     };
   };
   // Points the UID under `key` of node `name` (or of the object it refers to under `via`) at a
@@ -347,13 +327,13 @@ TEST(KeyedArchiveMalformed, CyclesSharedItemsBadReferencesAndWrongTypesAreRefuse
       {"b appears under the root and under a", addChild("a", "b")},
       {"a child reference out of range",
        [](EditableArchive& e) {
-         plist_set_uid_val(plist_array_get_item(e.childRefs(e.node("a")), 0), 999'999);
+         plist_set_uid_val(plist_array_get_item(e.childRefs("a"), 0), 999'999);
        }},
       {"a URL reference out of range", rewire("b", "URL", nullptr, nullptr, 999'999)},
       {"a child list holding a string",
        [](EditableArchive& e) {
          const uint64_t text = e.append(plist_new_string("intruder"));
-         plist_array_append_item(e.childRefs(e.node("a")), plist_new_uid(text));
+         plist_array_append_item(e.childRefs("a"), plist_new_uid(text));
        }},
       {"children that are not a list", rewire("b", "children", "not a list")},
       {"a size that is text",

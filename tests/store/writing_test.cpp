@@ -74,12 +74,11 @@ TEST_F(FormatTest, WrittenFileCarriesVersionMetadataIndexesAndRowsInPreOrder) {
             "Tiny.h|/data/Tiny.h|8|h|1000.0\n"
             "hidden space\u2026|/data|1||-");
   auto metadata = ScanStore::metadataAt(file);
-  ASSERT_TRUE(metadata);
-  EXPECT_EQ(metadata->schemaVersion, 3);
-  EXPECT_EQ(metadata->sourceFingerprint, 0xfedcba9876543210ull);
-  EXPECT_EQ(metadata->locationPath, "/data");
-  EXPECT_EQ(metadata->scanDate, 1700000000.0);
-  EXPECT_EQ(metadata->logicalSize, 1000u);
+  ASSERT_TRUE(metadata && metadata->scanDate);
+  EXPECT_EQ(std::tuple(metadata->schemaVersion, metadata->sourceFingerprint, metadata->locationPath,
+                       *metadata->scanDate, metadata->logicalSize),
+            std::tuple(int64_t{3}, 0xfedcba9876543210ull, std::string("/data"), 1700000000.0,
+                       uint64_t{1000}));
   // Read back, the date of 1970 stays a date.
   ASSERT_EQ(ScanStore::open(file)->nodeAtPath("/data/docs/a_b")->modificationDate(), 0.0);
 
@@ -200,51 +199,46 @@ TEST_F(FormatTest, FailedUpgradeStepIsRolledBackAndEarlierStepsKept) {
 }
 
 TEST_F(FormatTest, FilesThatCannotBeReadAreRefusedWithTheirReasonAndLeftUntouched) {
-  auto sample = [&] { ASSERT_TRUE(ScanStore::writeRootNode(test::makeSampleTree().get(), file)); };
-  auto large = [&](bool half, std::size_t bytes) {
+  // A large file cut to `keep` bytes (half of it when 0).
+  auto cut = [&](std::size_t keep) {
     ScanNodeRef root = ScanNode::makeRoot("/big", true);
-    for (int i = 0; i < 5000; ++i)
-      test::addNode(root.get(), "file number " + std::to_string(i), false, 4096);
+    for (int i = 0; i < 5000; ++i) test::addNode(root.get(), "file " + std::to_string(i), false, 1);
     ASSERT_TRUE(ScanStore::writeRootNode(root.get(), file));
     const std::string whole = test::readFile(file);
-    test::writeFile(file, whole.substr(0, half ? whole.size() / 2 : bytes));
+    test::writeFile(file, whole.substr(0, keep ? keep : whole.size() / 2));
   };
   const Error malformed{kSQLiteErrorDomain, SQLITE_CORRUPT,
                         "Open scan database: database disk image is malformed"};
   const Error noMetadata{kSQLiteErrorDomain, SQLITE_DONE,
                          "Read scan metadata: no more rows available"};
+  const Error notADatabase{kSQLiteErrorDomain, SQLITE_NOTADB,
+                           "Open scan database: file is not a database"};
+  // (what, SQL run on the sample file or another change, the error of opening it)
   const std::vector<std::tuple<const char*, std::function<void()>, Error>> cases = {
       {"newer",
-       [&] { sample(), Sql(file).exec("PRAGMA user_version=7"); },
+       [&] { Sql(file).exec("PRAGMA user_version=7"); },
        {kSQLiteErrorDomain, 17, "This scan database was created by a newer version of Tarnwell."}},
       {"metadata disagrees",
-       [&] { sample(), Sql(file).exec("UPDATE scan_metadata SET schema_version=2"); },
+       [&] { Sql(file).exec("UPDATE scan_metadata SET schema_version=2"); },
        {kSQLiteErrorDomain, 17, "Unsupported scan database schema 2."}},
-      {"no metadata row", [&] { sample(), Sql(file).exec("DELETE FROM scan_metadata"); },
-       noMetadata},
-      {"version 0 with metadata of version 5",
-       [&] {
-         sample();
-         downgrade(file, 5, 0);
-       },
-       {kSQLiteErrorDomain, SQLITE_NOTADB, "Open scan database: file is not a database"}},
-      {"no scan tables",
-       [&] { Sql(file).exec("CREATE TABLE t(x)"); },
+      {"no metadata row", [&] { Sql(file).exec("DELETE FROM scan_metadata"); }, noMetadata},
+      {"version 0 with metadata of version 5", [&] { downgrade(file, 5, 0); }, notADatabase},
+      {"version 0 without scan tables",
+       [&] { Sql(file).exec("PRAGMA user_version=0; DROP TABLE scan_metadata"); },
        {kSQLiteErrorDomain, SQLITE_ERROR, "Open scan database: no such table: scan_metadata"}},
-      {"not SQLite",
-       [&] { test::writeFile(file, std::string(4096, 'x')); },
-       {kSQLiteErrorDomain, SQLITE_NOTADB, "Open scan database: file is not a database"}},
+      {"not SQLite", [&] { test::writeFile(file, std::string(4096, 'x')); }, notADatabase},
       {"missing",
-       [] {},
+       [&] { unlink(file.c_str()); },
        {kSQLiteErrorDomain, SQLITE_CANTOPEN, "Open scan database: unable to open database file"}},
-      {"cut in half", [&] { large(true, 0); }, malformed},
-      {"cut to three pages", [&] { large(false, 4096 * 3); }, malformed},
+      {"cut in half", [&] { cut(0); }, malformed},
+      {"cut to three pages", [&] { cut(4096 * 3); }, malformed},
   };
   for (const auto& [what, prepare, expected] : cases) {
     SCOPED_TRACE(what);
-    unlink(file.c_str());
+    ASSERT_TRUE(ScanStore::writeRootNode(test::makeSampleTree().get(), file));
     prepare();
-    struct stat before {};
+    struct stat before {
+    }, after{};
     stat(file.c_str(), &before);
     const std::string bytes = test::readFile(file);
     const auto listing = test::listFolder(tree.root());
@@ -253,23 +247,20 @@ TEST_F(FormatTest, FilesThatCannotBeReadAreRefusedWithTheirReasonAndLeftUntouche
     EXPECT_EQ(error, expected);
     EXPECT_EQ(test::readFile(file), bytes);
     EXPECT_EQ(test::listFolder(tree.root()), listing);
-    struct stat after {};
     stat(file.c_str(), &after);
     EXPECT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
     EXPECT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
   }
   Error error;
   EXPECT_FALSE(ScanStore::metadataAt(file, &error));  // the truncated file
-  for (const auto& [prepare, expected] :
-       {std::pair<std::function<void()>, Error>{
-            [&] { test::writeFile(file, std::string(4096, 'x')); },
-            {kSQLiteErrorDomain, SQLITE_NOTADB, "Read scan metadata: file is not a database"}},
-        {[&] { sample(), Sql(file).exec("DELETE FROM scan_metadata"); }, noMetadata}}) {
-    unlink(file.c_str());
-    prepare();
-    EXPECT_FALSE(ScanStore::metadataAt(file, &error));
-    EXPECT_EQ(error, expected);
-  }
+  test::writeFile(file, std::string(4096, 'x'));
+  EXPECT_FALSE(ScanStore::metadataAt(file, &error));
+  EXPECT_EQ(error, (Error{kSQLiteErrorDomain, SQLITE_NOTADB,
+                          "Read scan metadata: file is not a database"}));
+  ASSERT_TRUE(ScanStore::writeRootNode(test::makeSampleTree().get(), file));
+  Sql(file).exec("DELETE FROM scan_metadata");
+  EXPECT_FALSE(ScanStore::metadataAt(file, &error));
+  EXPECT_EQ(error, noMetadata);
 }
 
 // A tree of `count` files below "/" + name, big enough to take many page writes.
