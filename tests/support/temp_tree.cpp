@@ -7,16 +7,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
 
 namespace tw::test {
 
@@ -175,41 +172,23 @@ ProcessRun runProcess(std::vector<std::string> args, bool unprivileged) {
     const std::string copy = outputs.path(fs::path(args[0]).filename().string());
     std::error_code ec;
     fs::copy_file(args[0], copy, ec);
-    chmod(copy.c_str(), 0755);
     args[0] = copy;
+    args.insert(args.begin(), {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
   }
-  const std::string outPath = outputs.path("out"), errPath = outputs.path("err");
-  const int out = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  const int err = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  std::vector<char*> argv;
-  for (std::string& arg : args) argv.push_back(arg.data());
-  argv.push_back(nullptr);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    if (unprivileged && !becomeNobody()) _exit(125);
-    dup2(out, STDOUT_FILENO);
-    dup2(err, STDERR_FILENO);
-    execv(argv[0], argv.data());
-    _exit(127);
-  }
-  ProcessRun run;
-  int status = 0;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  while (waitpid(pid, &status, WNOHANG) == 0) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      kill(pid, SIGKILL);
-      waitpid(pid, &status, 0);
-      run.status = -2;
-      break;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  }
-  if (run.status != -2) run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  close(out);
-  close(err);
-  run.out = readFile(outPath);
-  run.err = readFile(errPath);
-  return run;
+  std::string command = "timeout -s KILL 20";
+  auto quoted = [](std::string text) {
+    for (std::size_t at = 0; (at = text.find('\'', at)) != std::string::npos; at += 4)
+      text.replace(at, 1, "'\\''");
+    return " '" + text + "'";
+  };
+  for (const std::string& arg : args) command += quoted(arg);
+  command += " >" + quoted(outputs.path("out")) + " 2>" + quoted(outputs.path("err"));
+  const int status = std::system(command.c_str());
+  const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return {code == 137  ? -2
+          : code > 128 ? -1
+                       : code,
+          readFile(outputs.path("out")), readFile(outputs.path("err"))};
 }
 
 bool canMount() {

@@ -53,9 +53,9 @@ int runUnprivileged(const std::function<int()>& body);
 // running longer than 20 s is ended, and the text says so.
 std::string runUnprivilegedReporting(const std::function<std::string()>& body);
 
-// A program run to its end: exit status (-1 crashed, -2 hung and stopped after 20 s, 125 could not
-// become nobody) and what it wrote to standard output and error. Run as nobody, the program is a
-// copy in a temporary folder everyone can reach.
+// A program run to its end: exit status (-1 crashed, -2 hung and stopped after 20 s) and what it
+// wrote to standard output and error. Run as nobody (through setpriv), the program is a copy in a
+// temporary folder everyone can reach.
 struct ProcessRun {
   int status = -1;
   std::string out, err;
