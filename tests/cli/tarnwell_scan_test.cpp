@@ -47,7 +47,7 @@ std::vector<std::string> lines(const std::string& text) {
   return out;
 }
 
-TEST(TarnwellScan, JsonIsOneLineWithTheFiguresOfAKnownTreeEvenForARootThatIsNotUtf8) {
+TEST(TarnwellScan, JsonLineHasTheFiguresOfAKnownTreeAndTheSavedScanShowsAgainWithoutScanning) {
   TempTree tree;
   const std::string root = tree.folder("caf\xe9");
   const uint64_t bytes = allocatedSize(tree.file("caf\xe9/a.bin", 100000)) +
@@ -58,8 +58,11 @@ TEST(TarnwellScan, JsonIsOneLineWithTheFiguresOfAKnownTreeEvenForARootThatIsNotU
   std::snprintf(fingerprint, sizeof fingerprint, "\"%016llx\"",
                 static_cast<unsigned long long>(
                     DirectoryScanner::computeSourceSnapshot(root, {}).fingerprint));
+  // The last run also saves the scan, which is then shown again without scanning.
+  const std::string database = tree.path("out/scan.sqlite");
   for (const char* threads : {"1", "2", "4"}) {
-    ProcessRun run = runTool({"--threads", threads, "--json", root});
+    ProcessRun run = threads[0] == '4' ? runTool({"--threads", "4", "--json", "-o", database, root})
+                                       : runTool({"--threads", threads, "--json", root});
     ASSERT_EQ(run.status, 0) << run.err;
     ASSERT_EQ(lines(run.out).size(), 1u) << run.out;
     const std::string line = lines(run.out)[0];
@@ -76,7 +79,17 @@ TEST(TarnwellScan, JsonIsOneLineWithTheFiguresOfAKnownTreeEvenForARootThatIsNotU
     EXPECT_EQ(jsonValue(line, "fingerprint"), fingerprint);
     EXPECT_EQ(jsonValue(line, "issues"), "0");
     EXPECT_GT(jsonNumber(line, "peak_rss_bytes"), 0u);
+    EXPECT_EQ(jsonValue(line, "write_s") != "<missing>", threads[0] == '4') << line;
   }
+  EXPECT_EQ(ScanStore::metadataAt(database).value_or(ScanMetadata{}).locationPath, root);
+  ProcessRun opened = runTool({"--json", "--open", database});
+  ASSERT_EQ(opened.status, 0) << opened.err;
+  EXPECT_NE(jsonValue(opened.out, "open_s"), "<missing>") << opened.out;
+  EXPECT_EQ(jsonValue(opened.out, "children"), "3") << opened.out;
+  ProcessRun listed = runTool({"--open", database});
+  ASSERT_EQ(listed.status, 0) << listed.err;
+  for (const std::string& text : {std::string("a.bin"), std::string("sub/"), "Location: " + root})
+    EXPECT_NE(listed.out.find(text), std::string::npos) << listed.out;
 }
 
 TEST(TarnwellScan, ListingShowsChildrenLargestFirstThenTheIssues) {
@@ -106,27 +119,6 @@ TEST(TarnwellScan, ListingShowsChildrenLargestFirstThenTheIssues) {
   EXPECT_NE(run.out.find("1 scan issue:\n  " + tree.path("locked") + ": Permission denied\n"),
             std::string::npos)
       << run.out;
-}
-
-TEST(TarnwellScan, SavesTheScanAndShowsItAgainWithoutScanning) {
-  TempTree tree;
-  tree.file("scanned/big.bin", 200000);
-  tree.file("scanned/sub/small.txt", 100);
-  const std::string database = tree.path("out/scan.sqlite");
-  ProcessRun saved = runTool({"--json", "-o", database, tree.path("scanned")});
-  ASSERT_EQ(saved.status, 0) << saved.err;
-  EXPECT_NE(jsonValue(saved.out, "write_s"), "<missing>") << saved.out;
-  EXPECT_EQ(ScanStore::metadataAt(database).value_or(ScanMetadata{}).locationPath,
-            tree.path("scanned"));
-  ProcessRun opened = runTool({"--json", "--open", database});
-  ASSERT_EQ(opened.status, 0) << opened.err;
-  EXPECT_NE(jsonValue(opened.out, "open_s"), "<missing>") << opened.out;
-  EXPECT_EQ(jsonValue(opened.out, "children"), "2") << opened.out;
-  ProcessRun listed = runTool({"--open", database});
-  ASSERT_EQ(listed.status, 0) << listed.err;
-  for (const std::string& text :
-       {std::string("big.bin"), std::string("sub/"), "Location: " + tree.path("scanned")})
-    EXPECT_NE(listed.out.find(text), std::string::npos) << listed.out;
 }
 
 TEST(TarnwellScan, RootsAndFilesThatCannotBeReadExitOneWithTheReason) {

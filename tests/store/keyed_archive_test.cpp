@@ -404,19 +404,15 @@ TEST(ArchiveFileURL, PathsBecomePercentEncodedURLsAndBack) {
     EXPECT_FALSE(pathForFileURL(url)) << url;
 }
 
-class ArchiveMigrationTest : public ::testing::Test {
- protected:
+TEST(ArchiveMigration, ArchiveAndSidecarBecomeADatabaseAndNothingDamagedCrashesOrIsWritten) {
   test::TempTree tree;
-  std::string archive = tree.path("LastScan.archive");
-  std::string database = tree.path("LastScan.sqlite");
-};
-
-TEST_F(ArchiveMigrationTest, MissingOrForeignArchiveFailsWithItsErrorAndWritesNothing) {
+  const std::string archive = tree.path("LastScan.archive"),
+                    database = tree.path("LastScan.sqlite");
+  // A missing or foreign archive fails with its error and writes nothing.
   Error error;
   EXPECT_FALSE(ScanStore::migrateArchive(archive, database, &error));
   EXPECT_EQ(error, posixError(ENOENT));
   EXPECT_TRUE(test::listFolder(tree.root()).empty());
-
   test::writeFile(archive, "not a keyed archive of a scan node");
   ASSERT_TRUE(ScanStore::writeRootNode(test::makeSampleTree().get(), database));
   const std::string before = test::readFile(database);
@@ -427,9 +423,7 @@ TEST_F(ArchiveMigrationTest, MissingOrForeignArchiveFailsWithItsErrorAndWritesNo
   EXPECT_EQ(test::readFile(archive), "not a keyed archive of a scan node");
   EXPECT_EQ(test::listFolder(tree.root()),
             (std::vector<std::string>{"LastScan.archive", "LastScan.sqlite"}));
-}
 
-TEST_F(ArchiveMigrationTest, SidecarOverridesTheRootUnlessDamagedAndNeverCrashesTheParser) {
   const std::vector<uint8_t> encoded = encodeScanArchive(*test::makeSampleTree());
   test::writeFile(archive, std::string(encoded.begin(), encoded.end()));
   // Binary, as sidecars were written: an XML plist would round dates to whole seconds.
@@ -456,7 +450,6 @@ TEST_F(ArchiveMigrationTest, SidecarOverridesTheRootUnlessDamagedAndNeverCrashes
     SCOPED_TRACE(std::to_string(bytes.size()) + " bytes");
     test::writeFile(archive + ".metadata.plist", bytes);
     std::remove(database.c_str());
-    Error error;
     ASSERT_TRUE(ScanStore::migrateArchive(archive, database, &error)) << error.description;
     auto metadata = ScanStore::metadataAt(database);
     ASSERT_TRUE(metadata && metadata->scanDate);
