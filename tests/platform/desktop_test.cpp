@@ -22,7 +22,6 @@ TEST(ReduceMotion, EnvironmentOverridesTheDesktopAndKdeFactorZeroCountsOnlyInThe
   qputenv("TARNWELL_REDUCE_MOTION", "0");
   EXPECT_FALSE(prefersReducedMotion());
   qunsetenv("TARNWELL_REDUCE_MOTION");
-
   const std::pair<const char*, std::optional<bool>> cases[] = {
       {"[KDE]\nAnimationDurationFactor=0\n", true},
       {"[General]\nx=1\r\n[KDE]\r\nAnimationDurationFactor = 0\r\n", true},
@@ -46,13 +45,12 @@ std::string makeProgram(TempTree& tree, const std::string& relative, const std::
   return path;
 }
 
-TEST(TerminalLauncherTest, PrefersTerminalVariableThenKnownProgramsInOrder) {
+TEST(TerminalLauncherTest, PrefersTerminalVariableThenKnownProgramsAndStartsInAnOddFolder) {
   TempTree tree;
   const std::string bin = tree.folder("bin");
   const std::string pathVariable = "/nonexistent:" + bin;
   EXPECT_FALSE(findTerminalProgram(nullptr, pathVariable.c_str()));
   EXPECT_FALSE(findTerminalProgram("missing-term", pathVariable.c_str()));
-
   const std::string xterm = makeProgram(tree, "bin/xterm", "#!/bin/sh\n");
   const std::string konsole = makeProgram(tree, "bin/konsole", "#!/bin/sh\n");
   EXPECT_EQ(findTerminalProgram(nullptr, pathVariable.c_str()), konsole);
@@ -64,10 +62,7 @@ TEST(TerminalLauncherTest, PrefersTerminalVariableThenKnownProgramsInOrder) {
   // Not executable: not a terminal.
   writeFile(tree.path("bin/gnome-terminal"), "#!/bin/sh\n");
   EXPECT_EQ(findTerminalProgram(nullptr, pathVariable.c_str()), konsole);
-}
-
-TEST(TerminalLauncherTest, StartsInFolderWhoseNameIsNotUtf8) {
-  TempTree tree;
+  // The terminal starts in a folder whose name is not UTF-8.
   const std::string folder = tree.folder("caf\xe9 \xff\nend");
   const std::string record = tree.path("record");
   const std::string program =

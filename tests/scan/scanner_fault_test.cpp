@@ -147,7 +147,6 @@ TEST(ScannerOddEntries, FifosSocketsLinksAndRawNamesAsEntriesAndAsRoots) {
                             {"..", "up"},       {"/", "top"}, {"data.bin", "alias.bin"},
                             {"nowhere", "gone"}};
   for (const auto& [target, name] : links) tree.symlink(target, std::string("real/") + name);
-
   Watchdog watchdog("walk over FIFOs, sockets and link loops", 20);
   for (int threads : {1, 2}) {
     ScanResult result = scanWith(tree.root(), threads);
@@ -174,7 +173,6 @@ TEST(ScannerOddEntries, FifosSocketsLinksAndRawNamesAsEntriesAndAsRoots) {
     EXPECT_EQ(snapshot.itemCount, 7);
   }
   close(s);
-
   // Roots that are no folder end at once as an issue of the root, whatever the thread count.
   const std::pair<std::string, const char*> roots[] = {
       {tree.path("gone"), "No such file or directory"},
@@ -192,7 +190,6 @@ TEST(ScannerOddEntries, FifosSocketsLinksAndRawNamesAsEntriesAndAsRoots) {
     }
     EXPECT_TRUE(DirectoryScanner::computeSourceSnapshot(path, {}).error.has_value()) << path;
   }
-
   // The walk saw a large regular file; by the time clone attributes are asked for, a FIFO has
   // taken its name. Opening it must not wait for a writer.
   const std::string path = tree.file("big.bin", 2 << 20);
@@ -245,7 +242,6 @@ TEST(ScannerMounts, PathsLongerThanPathMaxAndAHundredThousandEntriesAreCountedEx
   close(fd);
   deepest += "/deepest.bin";
   ASSERT_GT(deepest.size(), static_cast<std::size_t>(PATH_MAX));
-
   ScanResult result = scanWith(top, 2);
   ASSERT_TRUE(result.root);
   EXPECT_EQ(issuesText(result.root->scanIssues()), "");
@@ -342,7 +338,6 @@ TEST(ScannerClones, ReflinkedCopiesOnXfsAreOneFamilyKeptWholeInAFolderAndCharged
     close(dirfd);
     return attributes;
   };
-
   // The charging rules themselves run on an injected layout; here the walk finds the family on a
   // real disk and charges it once, and never asks about files below 1 MiB.
   ScanResult result = scanWith(mountPoint, 2, layout);
@@ -356,7 +351,6 @@ TEST(ScannerClones, ReflinkedCopiesOnXfsAreOneFamilyKeptWholeInAFolderAndCharged
   EXPECT_EQ(original->cloneSharedSize() + copy->cloneSharedSize(), 2 * full);
   for (const char* name : {"small.bin", "small-copy.bin", "alone.bin"})
     EXPECT_FALSE(probe(name).has_value()) << name;  // unshared, or below 1 MiB
-
   // The family key is the device and the physical offset of the first shared extent.
   auto probed = probe("original.bin"), twin = probe("original-copy.bin");
   ASSERT_TRUE(probed && twin);
@@ -367,7 +361,6 @@ TEST(ScannerClones, ReflinkedCopiesOnXfsAreOneFamilyKeptWholeInAFolderAndCharged
   EXPECT_EQ(probed->key(), twin->key());
   EXPECT_EQ(probed->privateSize, 0u);
   EXPECT_EQ(probed->referenceCount, 2u);
-
   // Once the copy's first 64 KiB are rewritten, the family key moves to the first extent both
   // still share, and each file has 64 KiB of its own.
   const std::string before = probed->key();
@@ -422,7 +415,6 @@ TEST(ScannerThreads, UnreadablePlacesAreIssuesAndResultsAreIdenticalWhateverTheT
     expectedIssues.insert(tree.path(path) + ": Permission denied\n");
   for (const char* path : {"Library", "private"})
     expectedIssues.insert(tree.path(path) + ": " + kProtectedLocationMessage + "\n");
-
   auto compare = [&]() -> std::string {
     std::string problems;
     // The whole tree as a disk (clones charged once, small files grouped) and one folder of it.

@@ -234,7 +234,6 @@ TEST(KeyedArchive, ChildOrderWithoutRegroupingAndMissingNamesFromTheURL) {
   EXPECT_EQ(test::childNames(decoded.root.get()),
             (test::Names{"big", "f1", "f2", "f3", "f4", "f5", "f6", "f7", "f8", "f9", "f10", "f11",
                          "f12", "zero file", std::string(kHiddenSpaceName)}));
-
   tree = realisticTree();
   EditableArchive archive(encodeScanArchive(*tree));
   const uint64_t top = archive.node("Projects and Notes");
@@ -290,7 +289,6 @@ TEST(KeyedArchiveMalformed, TruncatedRandomForeignAndExplodingPropertyListsAreRe
   RawPlist p;
   const uint32_t leaf = p.boolean(true);
   EXPECT_FALSE(checkBinaryPlist(p.bytes(p.array({leaf, leaf}))).has_value());
-
   expectArchiveError(decodeScanArchive(p.bytes(p.array({p.string("hello")}))),
                      kArchiveNotScanArchive);
   EditableArchive archive(good);
@@ -374,7 +372,6 @@ TEST(KeyedArchiveMalformed, MutatedBytesAndRewiredReferencesNeverCrash) {
     decodedCount += check(decodeScanArchive(bytes));
   }
   EXPECT_GT(decodedCount, 0);  // some mutations touch only values, and those still decode
-
   // References rewired: the bytes after a UID marker (0x80 to 0x83) point elsewhere.
   for (int round = 0; round < 400; ++round) {
     std::vector<uint8_t> bytes = seed;
@@ -423,7 +420,6 @@ TEST(ArchiveMigration, ArchiveAndSidecarBecomeADatabaseAndNothingDamagedCrashesO
   EXPECT_EQ(test::readFile(archive), "not a keyed archive of a scan node");
   EXPECT_EQ(test::listFolder(tree.root()),
             (std::vector<std::string>{"LastScan.archive", "LastScan.sqlite"}));
-
   const std::vector<uint8_t> encoded = encodeScanArchive(*test::makeSampleTree());
   test::writeFile(archive, std::string(encoded.begin(), encoded.end()));
   // Binary, as sidecars were written: an XML plist would round dates to whole seconds.

@@ -25,7 +25,6 @@ using test::namesOf;
 class QueryTest : public ::testing::Test {
  protected:
   void SetUp() override { openTree(test::makeSampleTree()); }
-
   // Writes `tree`, lets `damage` change the file, and opens it.
   void openTree(const ScanNodeRef& tree, const std::function<void()>& damage = nullptr) {
     root.reset();
@@ -39,7 +38,6 @@ class QueryTest : public ::testing::Test {
     ASSERT_TRUE(root);
   }
   std::vector<std::string> children() { return namesOf(store->childrenOfNode(*root)); }
-
   test::TempTree tree;
   std::string file = tree.path("scan.sqlite");
   std::shared_ptr<ScanStore> store;
@@ -67,7 +65,6 @@ TEST_F(QueryTest, RootCarriesTheScanFiguresAndAtMost500IssuesAndPathsFindNodes) 
   EXPECT_FALSE(store->nodeAtPath("/data/none"));
   EXPECT_FALSE(store->nodeAtPath(""));
   EXPECT_FALSE(store->lastReadError());
-
   ScanNodeRef tree = test::makeSampleTree();
   std::vector<ScanIssue> issues;
   for (int i = 0; i < 600; ++i) issues.push_back({"/data/" + std::to_string(i), ""});
@@ -109,7 +106,6 @@ TEST_F(QueryTest, ListsOfNodesAndFilesByNameAndByTypeLeaveOutFoldersAndSynthetic
   EXPECT_EQ(store->allFilesUnderNode(root.get()).size(), 12u);
   EXPECT_TRUE(store->largestFilesUnderNode(root.get(), 0).empty());
   EXPECT_TRUE(store->allFilesUnderNode(nullptr).empty());
-
   auto search = [&](std::string_view text, int64_t limit = 100) {
     return namesOf(store->filesUnderNode(root.get(), text, limit));
   };
@@ -123,7 +119,6 @@ TEST_F(QueryTest, ListsOfNodesAndFilesByNameAndByTypeLeaveOutFoldersAndSynthetic
   EXPECT_TRUE(search("   ").empty());
   EXPECT_EQ(search("*", 2), (Names{"Annual REPORT.pdf", "big.bin"}));
   EXPECT_EQ(search("\xff\xfe"), (Names{raw}));
-
   Error error;
   auto summary = store->fileExtensionSummaryUnderNode(root.get(), &error);
   ASSERT_TRUE(summary) << error.description;
@@ -192,7 +187,6 @@ TEST_F(QueryTest, DeletedRowsHideTheirSubtreeAndStreamingFollowsWriteOrderUntilS
   EXPECT_EQ(error.domain, kSQLiteErrorDomain);
   EXPECT_TRUE(error.description.starts_with("Stream scan items: "));
   EXPECT_TRUE(store->enumerateNodesUnderNode(nullptr, nullptr));
-
   test::Sql(file).exec("UPDATE items SET is_deleted=1 WHERE name='docs'");
   EXPECT_EQ(children(), (Names{"cache", "smaller objects\u2026", "hidden space\u2026"}));
   EXPECT_EQ(namesOf(store->allFilesUnderNode(root.get())), (Names{"big.bin", "tiny.c", "Tiny.h"}));
@@ -224,7 +218,6 @@ TEST_F(QueryTest, FailedQueriesLeaveTheirErrorInLastReadError) {
   test::Sql(file).exec("ALTER TABLE gone RENAME TO items");
   EXPECT_EQ(store->allFilesUnderNode(root.get()).size(), 6u);
   EXPECT_FALSE(store->lastReadError());
-
   // Damaged pages of the index of parents: the root reads, its children do not.
   openTree(test::makeSampleTree(), [&] { test::damagePagesOf(file, "items_parent_idx"); });
   EXPECT_TRUE(root->children().empty());
@@ -266,7 +259,6 @@ TEST_F(QueryTest, ChildrenLoadOnceIntoTheParentsTreeAndQueryAnswersStayOutOfIt) 
   EXPECT_EQ(folder->path(), "/r/folder19");
   EXPECT_EQ(folder->scanStore(), store);
   EXPECT_FALSE(folder->isChildrenLoaded());
-
   // Query answers are trees of their own; their folders load their own children.
   const std::size_t before = root->arena().bytesReserved();
   for (int i = 0; i < 20; ++i) ASSERT_EQ(store->allNodesUnderNode(root.get()).size(), 2021u);
@@ -275,7 +267,6 @@ TEST_F(QueryTest, ChildrenLoadOnceIntoTheParentsTreeAndQueryAnswersStayOutOfIt) 
   ASSERT_TRUE(answer);
   EXPECT_EQ(answer->children().size(), 50u);
   EXPECT_EQ(answer->children()[0]->parent(), answer.get());
-
   // A second call answers from memory: the table is gone, the children are not.
   test::Sql(file).exec("ALTER TABLE items RENAME TO gone");
   auto second = root->children();
@@ -318,7 +309,6 @@ TEST_F(QueryTest, ConcurrentLoadsAgreeAndAStreamCallbackMayLoadChildren) {
   }
   for (auto& thread : threads) thread.join();
   EXPECT_EQ(leaves.load(), 4 * (1000 + 3));
-
   // Thread B takes a folder's lock and then waits for the store; the stream's callback on this
   // thread asks the same folder for its children. Holding the store's lock during the callback
   // would deadlock the two.

@@ -81,7 +81,6 @@ TEST_F(FormatTest, WrittenFileCarriesVersionMetadataIndexesAndRowsInPreOrder) {
                        uint64_t{1000}));
   // Read back, the date of 1970 stays a date.
   ASSERT_EQ(ScanStore::open(file)->nodeAtPath("/data/docs/a_b")->modificationDate(), 0.0);
-
   // A root without scan date or item count gets the time of writing and the rows written.
   root->setScanDate(0);
   root->setSourceItemCount(0);
@@ -97,14 +96,8 @@ TEST_F(FormatTest, WrittenFileCarriesVersionMetadataIndexesAndRowsInPreOrder) {
 TEST_F(FormatTest, CleanupKindsInRuleOrderWhenWrittenAndWhenUpgradingVersion1And2Files) {
   // The upgrade keeps its own rules: Linux cache and temporary folders stay unclassified there,
   // and it classifies empty rows too.
-  struct Case {
-    const char* path;
-    bool directory;
-    uint64_t size;
-    const char* written;
-    const char* upgraded;
-  };
-  const std::vector<Case> cases = {
+  // (path below "/", folder, size, kind written, kind after an upgrade)
+  const std::vector<std::tuple<const char*, bool, uint64_t, const char*, const char*>> cases = {
       {"Users/u/Library/Caches/.DS_Store", false, 10, "ds_store", "ds_store"},
       {"Users/u/Library/Caches/.DS_Store.d", true, 10, "cache", "cache"},
       {"Users/u/Library/Application Support/MobileSync/Backup/b", false, 10, "mobile_backup",
@@ -129,16 +122,17 @@ TEST_F(FormatTest, CleanupKindsInRuleOrderWhenWrittenAndWhenUpgradingVersion1And
       {"home/u/.bashrc", false, 10, nullptr, nullptr},
   };
   ScanNodeRef root = ScanNode::makeRoot("/", true);
-  for (const Case& c : cases) test::addPath(root.get(), c.path, c.directory, c.size);
+  for (const auto& [path, directory, size, written, upgraded] : cases)
+    test::addPath(root.get(), path, directory, size);
   ScanNode* cacheFolder = test::addPath(root.get(), "Users/u/Library/Caches/x/keep", false, 10);
   test::addNode(cacheFolder->parent(), kSmallerObjectsName, true, 10)->setAggregate(true);
   test::addNode(cacheFolder->parent(), kHiddenSpaceName, false, 10)->setVirtualNode(true);
   auto expectKinds = [&](bool upgraded) {
     Sql sql(file);
-    for (const Case& c : cases) {
-      const std::string path = std::string("/") + c.path;
-      const char* kind = upgraded ? c.upgraded : c.written;
-      EXPECT_EQ(sql.text("SELECT cleanup_kind FROM items WHERE path='" + path + "'").value_or("-"),
+    for (const auto& [path, directory, size, written, afterUpgrade] : cases) {
+      const char* kind = upgraded ? afterUpgrade : written;
+      EXPECT_EQ(sql.text("SELECT cleanup_kind FROM items WHERE path='/" + std::string(path) + "'")
+                    .value_or("-"),
                 kind ? kind : "-")
           << path;
     }
@@ -152,7 +146,6 @@ TEST_F(FormatTest, CleanupKindsInRuleOrderWhenWrittenAndWhenUpgradingVersion1And
   EXPECT_EQ(sql.text("SELECT group_concat(extension, ' ') FROM items WHERE name IN "
                      "('.bashrc','pkg.tar.GZ','folder.zip','X.ZIP') ORDER BY id"),
             "zip  gz ");
-
   for (auto [schemaVersion, userVersion] : {std::pair{1, 0}, {1, 1}, {2, 2}}) {
     SCOPED_TRACE("schema " + std::to_string(schemaVersion) + ", user version " +
                  std::to_string(userVersion));
@@ -165,15 +158,13 @@ TEST_F(FormatTest, CleanupKindsInRuleOrderWhenWrittenAndWhenUpgradingVersion1And
     EXPECT_EQ(store->rootNodeID(), 1);
     ASSERT_TRUE(store->rootNode());
     store.reset();
-    {
-      Sql sql(file);
-      EXPECT_EQ(sql.integer("PRAGMA user_version"), 3);
-      EXPECT_EQ(sql.integer("SELECT schema_version FROM scan_metadata"), 3);
-      EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM items WHERE is_deleted=0"), rows);
-      EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM scan_issues"), 0);
-      EXPECT_EQ(sql.integer("SELECT COUNT(*) FROM sqlite_master WHERE name='items_cleanup_idx'"),
-                1);
-    }
+    // Both version marks, every row kept and not deleted, the issues table and the new index.
+    EXPECT_EQ(
+        Sql(file).text("SELECT (SELECT user_version FROM pragma_user_version)||'|'||"
+                       "schema_version||'|'||(SELECT COUNT(*) FROM items WHERE is_deleted=0)"
+                       "||'|'||(SELECT COUNT(*) FROM scan_issues)||'|'||(SELECT COUNT(*) "
+                       "FROM sqlite_master WHERE name='items_cleanup_idx') FROM scan_metadata"),
+        "3|3|" + std::to_string(*rows) + "|0|1");
     expectKinds(true);
     const std::string once = test::readFile(file);
     ASSERT_TRUE(ScanStore::open(file));
@@ -327,7 +318,6 @@ class WriteAtomicityTest : public ::testing::Test {
     std::erase(stray, "scan.sqlite");
     return stray;
   }
-
   test::TempTree tree;
   std::string folder = tree.path("History");
   std::string file = folder + "/scan.sqlite";
