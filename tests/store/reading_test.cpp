@@ -44,18 +44,17 @@ class QueryTest : public ::testing::Test {
   ScanNodeRef root;
 };
 
-TEST_F(QueryTest, RootCarriesTheScanFiguresAndAtMost500IssuesAndPathsFindNodes) {
-  EXPECT_EQ(root->name(), "data");
-  EXPECT_EQ(root->path(), "/data");
-  EXPECT_EQ(root->parent(), nullptr);
-  EXPECT_EQ(root->size(), 1000u);
-  EXPECT_TRUE(root->isDirectory());
+TEST_F(QueryTest, TheWrittenTreeReadsBackWholeWithAtMost500IssuesAndPathsFindNodes) {
+  // Loaded on the way, every node comes back as written: names, paths, sizes, flags, dates, the
+  // child order, the root's figures and issues.
+  std::function<void(ScanNode*)> load = [&](ScanNode* n) {
+    for (ScanNode* c : n->children()) load(c);
+  };
+  load(root.get());
+  EXPECT_EQ(test::describeTree(root.get()), test::describeTree(test::makeSampleTree().get()));
+  EXPECT_EQ(root->scanDate(), 1700000000.0);
   EXPECT_EQ(root->databaseNodeID(), 1);
   EXPECT_EQ(root->scanStore(), store);
-  EXPECT_EQ(root->scanDate(), 1700000000.0);
-  EXPECT_EQ(root->sourceFingerprint(), 0xfedcba9876543210ull);
-  EXPECT_EQ(root->sourceItemCount(), 11);
-  EXPECT_EQ(root->scanIssues(), (std::vector<ScanIssue>{{"/data/locked", "Permission denied"}}));
   ScanNodeRef node = store->nodeAtPath("/data//docs/./a_b");
   ASSERT_TRUE(node);
   EXPECT_EQ(std::string(node->name()) + "|" + node->path(), "a_b|/data/docs/a_b");
@@ -76,7 +75,6 @@ TEST_F(QueryTest, RootCarriesTheScanFiguresAndAtMost500IssuesAndPathsFindNodes) 
 }
 
 TEST_F(QueryTest, ChildrenComeInChildOrderWithPlainCaseInsensitiveTieBreak) {
-  EXPECT_EQ(children(), (Names{"docs", "cache", "smaller objects\u2026", "hidden space\u2026"}));
   ScanNodeRef tree = ScanNode::makeRoot("/t", true);
   for (const char* name : {"b", "A", "c10", "c9", "C2"}) test::addNode(tree.get(), name, false, 5);
   test::addNode(tree.get(), "big", false, 9);
