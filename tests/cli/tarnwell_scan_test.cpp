@@ -103,15 +103,13 @@ TEST(TarnwellScan, ListingShowsChildrenLargestFirstThenTheIssues) {
   ASSERT_TRUE(big > mid && mid > odd);
   ProcessRun run = runTool({tree.root()});
   ASSERT_EQ(run.status, 0) << run.err;
-  const std::vector<std::string> out = lines(run.out);
-  ASSERT_GE(out.size(), 6u) << run.out;
-  EXPECT_EQ(out[0], formatByteCount(big + mid + odd) + "  " +
-                        tree.root().substr(tree.root().rfind('/') + 1));
-  EXPECT_EQ(out[1], formatByteCount(big) + "  big.bin");
-  EXPECT_EQ(out[2], formatByteCount(mid) + "  mid/");
-  EXPECT_EQ(out[3], formatByteCount(odd) + "  caf\xe9.bin");  // the name's bytes as they are
-  EXPECT_EQ(out[4], "0  empty.txt");
-  EXPECT_EQ(out[5], "0  locked/");
+  // The name's bytes as they are; folders end in "/".
+  EXPECT_EQ(
+      lines(run.out),
+      (std::vector<std::string>{
+          formatByteCount(big + mid + odd) + "  " + tree.root().substr(tree.root().rfind('/') + 1),
+          formatByteCount(big) + "  big.bin", formatByteCount(mid) + "  mid/",
+          formatByteCount(odd) + "  caf\xe9.bin", "0  empty.txt", "0  locked/"}));
   EXPECT_EQ(run.err, "");
   if (geteuid() != 0) return;  // only root can become nobody, who cannot read "locked"
   run = runTool({tree.root()}, /*unprivileged=*/true);

@@ -92,7 +92,7 @@ constexpr const char* kChroot =
     "62 59 8:17 / /mnt/usb rw - vfat /dev/sdb1 rw\n";
 const uint64_t kChrootDevice = makedev(8, 2);
 
-TEST(MountedDisks, RootFirstThenWholeRealDisksEachDeviceOnce) {
+TEST(MountedDisks, RootFirstThenWholeRealDisksEachDeviceOnceSomeOfThemByDefault) {
   const std::tuple<const char*, uint64_t, std::vector<std::string>> cases[] = {
       {kDesktop, 0, {"/", "/home", "/boot/efi", "/media/u/My Disk"}},
       {kContainer, 0, {"/", "/mnt/data"}},
@@ -108,6 +108,12 @@ TEST(MountedDisks, RootFirstThenWholeRealDisksEachDeviceOnce) {
   const MountedDisk root = parseMountedDisks(kDesktop)[0];
   EXPECT_EQ(root.fileSystemType + " " + root.source + " " + std::to_string(root.mountID),
             "ext4 /dev/sda2 25");
+  // Rows by default: the root, /home and below, and below the removable mount places.
+  for (const char* path :
+       {"/", "/home", "/home/u/data", "/media/u/stick", "/run/media/u/stick", "/mnt/backup"})
+    EXPECT_TRUE(isDefaultOverviewDisk(MountedDisk{path, "/dev/x", "ext4", 1})) << path;
+  for (const char* path : {"/boot/efi", "/mnt", "/homework"})
+    EXPECT_FALSE(isDefaultOverviewDisk(MountedDisk{path, "/dev/x", "ext4", 1})) << path;
 }
 
 TEST(MountedDisks, AMountBelongsToItsOwnDiskOrTheListedDiskOfItsDevice) {
@@ -135,14 +141,6 @@ TEST(MountedDisks, AMountBelongsToItsOwnDiskOrTheListedDiskOfItsDevice) {
   }
 }
 
-TEST(MountedDisks, DefaultRowsAreRootHomeAndRemovableMountPlaces) {
-  for (const char* path :
-       {"/", "/home", "/home/u/data", "/media/u/stick", "/run/media/u/stick", "/mnt/backup"})
-    EXPECT_TRUE(isDefaultOverviewDisk(MountedDisk{path, "/dev/x", "ext4", 1})) << path;
-  for (const char* path : {"/boot/efi", "/mnt", "/homework"})
-    EXPECT_FALSE(isDefaultOverviewDisk(MountedDisk{path, "/dev/x", "ext4", 1})) << path;
-}
-
 // mountinfo without the line of the root's mount, as a chroot sees it.
 std::string withoutRootLine(const std::string& mountinfo) {
   struct statx st {};
@@ -168,24 +166,21 @@ TEST(LinuxVolumeLayout, RootIsTheRootDiskWithFiguresWhetherOrNotMountinfoListsIt
     EXPECT_FALSE(layout->volumeForPath("/no/such/place").has_value());
   }
   auto layout = makeLinuxVolumeLayout();
-  EXPECT_TRUE(layout->systemRoot().empty());
-  EXPECT_TRUE(layout->protectedLocations().empty());
-  EXPECT_TRUE(layout->mountedSystemVolumes().empty());
+  EXPECT_TRUE(layout->systemRoot().empty() && layout->protectedLocations().empty() &&
+              layout->mountedSystemVolumes().empty());
   // proc is a mount of no disk.
   EXPECT_FALSE(layout->volumeForPath("/proc/self").has_value());
   // Without its mountinfo line the root still gets the wording's name.
   const std::string chroot = withoutRootLine(mountinfo);
   EXPECT_EQ(makeLinuxVolumeLayout([&] { return chroot; })->volumeForPath("/")->name, "Root Disk");
-}
-
-TEST(Packages, BundleExtensionsNeedAStemAndIgnoreCase) {
+  // Package names need a stem and ignore case.
   for (const char* name : {"Safari.app", "Thing.FRAMEWORK", "x.photoslibrary"})
     EXPECT_TRUE(isPackageName(name)) << name;
   for (const char* name : {".app", "app", "Build.xcarchive", "notes.apps"})
     EXPECT_FALSE(isPackageName(name)) << name;
 }
 
-TEST(Paths, StandardizingCollapsesSlashesDotsAndTrailingSeparatorsKeepingOddBytes) {
+TEST(Paths, StandardFormNamesParentsAndInsideMeaningBelowTheFolderFollowedBySlash) {
   const std::pair<const char*, const char*> cases[] = {{"/a//b/./c/", "/a/b/c"},
                                                        {"/a/b/../c", "/a/c"},
                                                        {"/..", "/"},  // odd bytes stay
@@ -203,9 +198,7 @@ TEST(Paths, StandardizingCollapsesSlashesDotsAndTrailingSeparatorsKeepingOddByte
   EXPECT_EQ(expandTilde("~", "/home/u"), "/home/u");
   EXPECT_EQ(expandTilde("~/Downloads", "/home/u"), "/home/u/Downloads");
   EXPECT_EQ(expandTilde("/tmp/~x", "/home/u"), "/tmp/~x");
-}
-
-TEST(Paths, NamesParentsAndInsideMeansBelowTheFolderFollowedBySlash) {
+  // Names and parents; inside means below the folder followed by "/".
   EXPECT_EQ(displayNameForPath("/"), "/");
   EXPECT_EQ(displayNameForPath("/a/b/"), "b");
   EXPECT_EQ(displayNameForPath("/a/b"), "b");
@@ -244,7 +237,7 @@ TEST(NaturalOrder, DigitsCompareAsNumbersAndLettersIgnoreCaseAndAccentsUntilTheT
   EXPECT_EQ(naturalCompare("same", "same"), 0);
 }
 
-TEST(NaturalOrder, IsAStrictWeakOrderOverMixedAndInvalidNames) {
+TEST(NaturalOrder, IsAStrictWeakOrderOverMixedAndInvalidNamesAndWildcardsMatchWholeNames) {
   std::vector<std::string> names = {"f10",         "F2",      "f2",   "é",     "e",     "E",
                                     "bad\xff\xfe", "bad\xff", "a1b2", "a01b2", "a1b10", "x",
                                     "x0",          "x00",     "~",    "_",     "Z"};
@@ -259,9 +252,7 @@ TEST(NaturalOrder, IsAStrictWeakOrderOverMixedAndInvalidNames) {
   }
   std::sort(names.begin(), names.end(), before);  // must not misbehave
   EXPECT_TRUE(std::is_sorted(names.begin(), names.end(), before));
-}
-
-TEST(Wildcard, MatchesWholeNamesWithoutRegardToCaseOrAccents) {
+  // Wildcards match whole names without regard to case or accents.
   const std::tuple<const char*, const char*, bool> cases[] = {
       {"*.log", "c.LOG", true},   {"*.log", "c.LOG.old", false},  // whole names, any case
       {"cafe", "Café", true},     {"CAFÉ*", "cafe au lait", true},  {"?.txt", "é.txt", true},

@@ -32,13 +32,6 @@ using test::allocatedSize;
 using test::child;
 using test::issuesText;
 using test::TempTree;
-using test::Watchdog;
-
-ScanResult scanWith(const std::string& path, int threads,
-                    std::shared_ptr<const VolumeLayout> layout = nullptr,
-                    const ProgressHandler& progress = nullptr) {
-  return test::scanTree(path, std::move(layout), {}, threads, progress);
-}
 
 // Every real (not synthetic) node below and including `root`.
 std::vector<ScanNode*> realNodes(ScanNode* root) {
@@ -52,6 +45,12 @@ std::vector<ScanNode*> realNodes(ScanNode* root) {
   }
   return out;
 }
+
+// Ends the test program (SIGALRM) when the guarded walk blocks for 20 s, instead of hanging.
+struct HangGuard {
+  HangGuard() { alarm(20); }
+  ~HangGuard() { alarm(0); }
+};
 
 // A file of `bytes` written without a sync of its own (sync the file system once afterwards).
 void writeFile(const std::string& path, std::size_t bytes, char fill = 'x') {
@@ -81,8 +80,8 @@ TEST(ScannerChanges, FolderRemovedOrSwappedForAFifoMidWalkFailsFastAsAnIssue) {
         std::filesystem::remove_all(second);
         if (fifo) mkfifo(second.c_str(), 0644);
       };
-      Watchdog watchdog("walk over a vanishing folder", 20);
-      ScanResult result = scanWith(tree.root(), threads, nullptr, progress);
+      HangGuard guard;
+      ScanResult result = test::scanTree(tree.root(), nullptr, {}, threads, progress);
       ASSERT_TRUE(swapped && result.root);
       // A reading thread may have listed the folder before the swap, and then its files vanish
       // under it; either way nothing blocks and every issue is about that folder.
@@ -116,9 +115,9 @@ TEST(ScannerOddEntries, FifosSocketsLinksAndRawNamesAsEntriesAndAsRoots) {
                             {"..", "up"},       {"/", "top"}, {"data.bin", "alias.bin"},
                             {"nowhere", "gone"}};
   for (const auto& [target, name] : links) tree.symlink(target, std::string("real/") + name);
-  Watchdog watchdog("walk over FIFOs, sockets and link loops", 20);
+  HangGuard guard;
   for (int threads : {1, 2}) {
-    ScanResult result = scanWith(tree.root(), threads);
+    ScanResult result = test::scanTree(tree.root(), nullptr, {}, threads);
     ASSERT_TRUE(result.root);
     ScanNode* root = result.root.get();
     EXPECT_EQ(issuesText(root->scanIssues()), "");
@@ -151,7 +150,7 @@ TEST(ScannerOddEntries, FifosSocketsLinksAndRawNamesAsEntriesAndAsRoots) {
       {tree.path("real/a"), "Too many levels of symbolic links"}};
   for (const auto& [path, message] : roots) {
     for (int threads : {1, 2}) {
-      ScanResult result = scanWith(path, threads);
+      ScanResult result = test::scanTree(path, nullptr, {}, threads);
       ASSERT_TRUE(result.root);
       EXPECT_FALSE(result.root->isDirectory()) << path;
       EXPECT_EQ(result.root->size(), 0u);
@@ -211,7 +210,7 @@ TEST(ScannerMounts, PathsLongerThanPathMaxAndAHundredThousandEntriesAreCountedEx
   close(fd);
   deepest += "/deepest.bin";
   ASSERT_GT(deepest.size(), static_cast<std::size_t>(PATH_MAX));
-  ScanResult result = scanWith(top, 2);
+  ScanResult result = test::scanTree(top, nullptr, {}, 2);
   ASSERT_TRUE(result.root);
   EXPECT_EQ(issuesText(result.root->scanIssues()), "");
   EXPECT_EQ(result.statistics.itemsVisited, static_cast<uint64_t>(kEntries + 1 + depth + 1));
@@ -242,7 +241,7 @@ TEST(ScannerMounts, MountsBelowTheRootAreLeftOutAndAMountedFolderIsNoDisk) {
       << std::strerror(errno);
   writeFile(tree.path("ram/in-memory.bin"), 1 << 20);
   for (int threads : {1, 2}) {
-    ScanResult result = scanWith(tree.root(), threads);
+    ScanResult result = test::scanTree(tree.root(), nullptr, {}, threads);
     ASSERT_TRUE(result.root);
     EXPECT_EQ(issuesText(result.root->scanIssues()), "");
     EXPECT_EQ(result.root->size(), bytes);
@@ -258,7 +257,7 @@ TEST(ScannerMounts, MountsBelowTheRootAreLeftOutAndAMountedFolderIsNoDisk) {
   for (const auto& [root, size] :
        {std::pair{tree.path("bind"), bytes},
         {tree.path("ram"), allocatedSize(tree.path("ram/in-memory.bin"))}}) {
-    ScanResult result = scanWith(root, 2);
+    ScanResult result = test::scanTree(root, nullptr, {}, 2);
     ASSERT_TRUE(result.root);
     EXPECT_FALSE(result.root->isVolumeRoot()) << root;
     EXPECT_EQ(result.root->size(), size) << root;
@@ -309,7 +308,7 @@ TEST(ScannerClones, ReflinkedCopiesOnXfsAreOneFamilyKeptWholeInAFolderAndCharged
   };
   // The charging rules themselves run on an injected layout; here the walk finds the family on a
   // real disk and charges it once, and never asks about files below 1 MiB.
-  ScanResult result = scanWith(mountPoint, 2, layout);
+  ScanResult result = test::scanTree(mountPoint, layout, {}, 2);
   ASSERT_TRUE(result.root && result.root->isVolumeRoot());
   const uint64_t full = allocatedSize(dir + "/original.bin");
   ScanNode* original = test::find(result.root.get(), "dir/original.bin");
@@ -392,7 +391,7 @@ TEST(ScannerThreads, UnreadablePlacesAreIssuesAndResultsAreIdenticalWhateverTheT
         return "visited " + std::to_string(result.statistics.itemsVisited) + "\n" +
                test::describeTree(result.root.get());
       };
-      ScanResult first = scanWith(root, 1, layout);
+      ScanResult first = test::scanTree(root, layout, {}, 1);
       const std::string reference = serialize(first);
       if (asNobody && root == tree.root()) {
         std::multiset<std::string> issues;
@@ -409,7 +408,7 @@ TEST(ScannerThreads, UnreadablePlacesAreIssuesAndResultsAreIdenticalWhateverTheT
       if (root == tree.root() && reference.find(" elsewhere") == std::string::npos)
         problems += root + ": no clone was charged elsewhere\n";
       for (int threads : {2, 4, 2, 4}) {
-        const std::string other = serialize(scanWith(root, threads, layout));
+        const std::string other = serialize(test::scanTree(root, layout, {}, threads));
         if (other == reference) continue;
         const auto at =
             std::mismatch(other.begin(), other.end(), reference.begin(), reference.end()).second;

@@ -2,7 +2,6 @@
 // error it leaves when the file cannot answer; children that load on first use, once, into the
 // parent's tree; nodes that keep their store open; the lock order under concurrent use.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cmath>

@@ -8,7 +8,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -207,22 +206,6 @@ bool MountGuard::mount(const char* source, const std::string& target, const char
   if (::mount(source, target.c_str(), type, flags, data) != 0) return false;
   targets_.push_back(target);
   return true;
-}
-
-static const char* watched = "";
-
-Watchdog::Watchdog(const char* what, unsigned seconds) {
-  watched = what;
-  signal(SIGALRM, [](int) {
-    const std::string text = std::string("HANG: ") + watched + " did not finish in time\n";
-    (void)!write(STDERR_FILENO, text.data(), text.size());
-    std::abort();
-  });
-  alarm(seconds);
-}
-
-Watchdog::~Watchdog() {
-  alarm(0);
 }
 
 }  // namespace tw::test

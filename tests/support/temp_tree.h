@@ -77,12 +77,4 @@ class MountGuard {
   std::vector<std::string> targets_;
 };
 
-// Ends the test run with a message when the guarded code takes longer than `seconds`, so code
-// that blocks fails instead of holding up the whole run. One at a time (it uses the alarm).
-class Watchdog {
- public:
-  Watchdog(const char* what, unsigned seconds);
-  ~Watchdog();
-};
-
 }  // namespace tw::test
