@@ -277,8 +277,8 @@ TEST(DirectoryScanner, FingerprintSumsItemsWithTheFixedStartValueThroughALinkedR
   t.setModificationTime("d", 1600000000.0);
   t.setModificationTime("Thing.app", 1500000000.0);
   // A folder's logical size is whatever the file system reports for it.
-  struct stat d {
-  }, app{};
+  struct stat d {};
+  struct stat app {};
   stat(t.path("d").c_str(), &d);
   stat(t.path("Thing.app").c_str(), &app);
   const uint64_t files = itemFingerprint("/f.txt", false, 123, 1700000000.25) +

@@ -227,8 +227,8 @@ TEST_F(FormatTest, FilesThatCannotBeReadAreRefusedWithTheirReasonAndLeftUntouche
     SCOPED_TRACE(what);
     ASSERT_TRUE(ScanStore::writeRootNode(test::makeSampleTree().get(), file));
     prepare();
-    struct stat before {
-    }, after{};
+    struct stat before {};
+    struct stat after {};
     stat(file.c_str(), &before);
     const std::string bytes = test::readFile(file);
     const auto listing = test::listFolder(tree.root());
