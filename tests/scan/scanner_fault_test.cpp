@@ -268,7 +268,7 @@ TEST(ScannerMounts, MountsBelowTheRootAreLeftOutAndAMountedFolderIsNoDisk) {
   }
 }
 
-TEST(ScannerClones, ReflinkedCopiesOnXfsAreOneFamilyKeptWholeInAFolderAndChargedOnceOnTheDisk) {
+TEST(ScannerClones, ReflinkedCopiesOnXfsAreOneFamilyChargedOnceOnTheDisk) {
   if (!test::canMount()) GTEST_SKIP() << "mounting is not allowed here; reflink test skipped";
   if (std::system("command -v mkfs.xfs >/dev/null 2>&1") != 0)
     GTEST_SKIP() << "mkfs.xfs is missing (package xfsprogs); reflink test skipped";
