@@ -94,13 +94,15 @@ int openSavedScan(const std::string& file, bool json) {
     return 1;
   }
   tw::ScanNodeRef root = store->rootNode();
-  if (!root) {
-    std::optional<tw::Error> readError = store->lastReadError();
+  // Reading the root or its children may fail half-way; a partial listing is not a success.
+  std::optional<tw::Error> readError = store->lastReadError();
+  const std::size_t childCount = root ? root->children().size() : 0;
+  if (!readError) readError = store->lastReadError();
+  if (!root || readError) {
     std::fprintf(stderr, "tarnwell-scan: %s: %s\n", file.c_str(),
                  readError ? readError->description.c_str() : "the saved scan has no root");
     return 1;
   }
-  const std::size_t childCount = root->children().size();
   const double openSeconds = secondsSince(start);
   if (json) {
     tw::JsonLine line;

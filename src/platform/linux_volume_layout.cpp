@@ -12,9 +12,8 @@
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 
+#include "platform/mounted_disks.h"
 #include "platform/paths.h"
 #include "platform/volume_layout.h"
 
@@ -38,48 +37,6 @@ bool isPackageName(std::string_view name) {
 }
 
 namespace {
-
-// mountinfo escapes space, tab, newline and backslash as octal.
-std::string unescapeMountField(const std::string& field) {
-  std::string out;
-  for (std::size_t i = 0; i < field.size(); ++i) {
-    if (field[i] == '\\' && i + 3 < field.size() &&
-        std::isdigit(static_cast<unsigned char>(field[i + 1]))) {
-      out.push_back(static_cast<char>(std::stoi(field.substr(i + 1, 3), nullptr, 8)));
-      i += 3;
-    } else {
-      out.push_back(field[i]);
-    }
-  }
-  return out;
-}
-
-struct MountEntry {
-  uint64_t id = 0;
-  std::string mountPoint;
-  std::string fsType;
-  std::string source;
-};
-
-std::optional<MountEntry> mountWithID(uint64_t id) {
-  std::ifstream in("/proc/self/mountinfo");
-  std::string line;
-  while (std::getline(in, line)) {
-    std::istringstream fields(line);
-    MountEntry e;
-    std::string parent, devnums, root, mountPoint;
-    fields >> e.id >> parent >> devnums >> root >> mountPoint;
-    if (e.id != id) continue;
-    e.mountPoint = unescapeMountField(mountPoint);
-    std::string token;
-    while (fields >> token && token != "-") {
-    }
-    fields >> e.fsType >> e.source;
-    e.source = unescapeMountField(e.source);
-    return e;
-  }
-  return std::nullopt;
-}
 
 std::string labelForDevice(const std::string& source) {
   std::error_code ec;
@@ -106,20 +63,27 @@ std::string labelForDevice(const std::string& source) {
 
 class LinuxVolumeLayout final : public VolumeLayout {
  public:
+  explicit LinuxVolumeLayout(std::function<std::string()> readMountInfo)
+      : readMountInfo_(readMountInfo ? std::move(readMountInfo) : tw::readMountInfo) {}
+
+  // A scan root is a disk only at the mount point of a listed disk. A bind mount or a further
+  // subvolume mount belongs to the disk of its device, so it is scanned as a folder. A mount
+  // mountinfo does not list holds the root of a chroot or container: that is the root disk.
   std::optional<VolumeInfo> volumeForPath(const std::string& path) const override {
     struct statx st {};
     if (statx(AT_FDCWD, path.c_str(), 0, STATX_MNT_ID, &st) != 0) return std::nullopt;
-    if (!(st.stx_mask & STATX_MNT_ID)) return std::nullopt;
-    std::optional<MountEntry> mount = mountWithID(st.stx_mnt_id);
-    if (!mount) return std::nullopt;
+    const uint64_t mountID = (st.stx_mask & STATX_MNT_ID) ? st.stx_mnt_id : 0;
+    const DiskOfMount place = diskOfMount(readMountInfo_(), mountID, rootDevice());
+    if (place.listed && !place.disk) return std::nullopt;
     VolumeInfo info;
-    info.mountPath = mount->mountPoint;
-    info.name = labelForDevice(mount->source);
+    info.mountPath = place.disk ? place.disk->mountPath : "/";
+    if (place.disk) info.name = labelForDevice(place.disk->source);
     if (info.name.empty())
-      info.name = mount->mountPoint == "/" ? "Root Disk"
-                                           : std::string(displayNameForPath(mount->mountPoint));
+      info.name =
+          info.mountPath == "/" ? "Root Disk" : std::string(displayNameForPath(info.mountPath));
+    // The path lies on the disk's file system, so its own figures are the disk's.
     struct statvfs vfs {};
-    if (statvfs(mount->mountPoint.c_str(), &vfs) == 0) {
+    if (statvfs(path.c_str(), &vfs) == 0) {
       info.totalCapacity = uint64_t{vfs.f_blocks} * vfs.f_frsize;
       info.availableCapacity = uint64_t{vfs.f_bavail} * vfs.f_frsize;
       info.availableForImportantUsage =
@@ -187,12 +151,15 @@ class LinuxVolumeLayout final : public VolumeLayout {
     attributes.referenceCount = 2;
     return attributes;
   }
+
+ private:
+  std::function<std::string()> readMountInfo_;
 };
 
 }  // namespace
 
-std::shared_ptr<VolumeLayout> makeLinuxVolumeLayout() {
-  return std::make_shared<LinuxVolumeLayout>();
+std::shared_ptr<VolumeLayout> makeLinuxVolumeLayout(std::function<std::string()> readMountInfo) {
+  return std::make_shared<LinuxVolumeLayout>(std::move(readMountInfo));
 }
 
 }  // namespace tw

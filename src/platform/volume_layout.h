@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -69,9 +70,11 @@ class VolumeLayout {
                                                          const struct statx& st) const = 0;
 };
 
-// The layout of the running Linux system: mounts from /proc/self/mountinfo, figures from
-// statvfs, labels from /dev/disk/by-label, clones from FIEMAP on btrfs, XFS and bcachefs.
-std::shared_ptr<VolumeLayout> makeLinuxVolumeLayout();
+// The layout of the running Linux system: mounts from /proc/self/mountinfo (or what
+// `readMountInfo` gives, for tests), figures from statvfs, labels from /dev/disk/by-label, clones
+// from FIEMAP on btrfs, XFS and bcachefs.
+std::shared_ptr<VolumeLayout> makeLinuxVolumeLayout(
+    std::function<std::string()> readMountInfo = nullptr);
 
 // Directory names that make a folder a package (an application bundle and the like).
 bool isPackageName(std::string_view name);

@@ -33,8 +33,9 @@ void readDirectory(const FileDescriptor* parent, const std::string& name,
   // O_NONBLOCK: a FIFO swapped in for the folder must fail, never block the walk.
   int fd = openat(parent ? parent->get() : AT_FDCWD, name.c_str(),
                   O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-  if (fd < 0 && !parent && errno == ELOOP) {
-    // The scan root itself may be a symbolic link to a folder.
+  if (fd < 0 && !parent && (errno == ELOOP || errno == ENOTDIR)) {
+    // The scan root itself may be a symbolic link to a folder: Linux refuses O_NOFOLLOW with
+    // O_DIRECTORY on a link with ENOTDIR, not ELOOP.
     fd = open(name.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC);
   }
   if (fd < 0) {

@@ -11,8 +11,10 @@
 #pragma once
 
 #include <atomic>
+#include <cmath>
 #include <cstdint>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -129,7 +131,10 @@ class ScanNode {
   void setSize(uint64_t size) { size_ = size; }
   uint64_t cloneSharedSize() const;
   void setCloneSharedSize(uint64_t size);
+  // The modification date is NaN when unknown (synthetic entries, rows without one); 0 is a
+  // real date, the first second of 1970.
   double modificationDate() const { return modificationDate_; }
+  bool hasModificationDate() const { return !std::isnan(modificationDate_); }
   void setModificationDate(double date) { modificationDate_ = date; }
 
   // Root-only figures; reading them from a node without a side record gives 0 or empty.
@@ -212,7 +217,7 @@ class ScanNode {
   std::atomic<ScanNodeExtra*> extra_{nullptr};
   const char* name_ = "";
   uint64_t size_ = 0;
-  double modificationDate_ = 0;
+  double modificationDate_ = std::numeric_limits<double>::quiet_NaN();
   uint32_t childCount_ = 0;
   uint16_t flags_ = 0;
   std::atomic<bool> loaded_{true};

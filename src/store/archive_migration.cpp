@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "store/binary_plist_check.h"
 #include "store/keyed_archive.h"
 #include "store/scan_store.h"
 
@@ -75,15 +76,20 @@ class FileBytes {
   int error_ = 0;
 };
 
+// A sidecar is one small dictionary; these leave room for keys of later releases.
+constexpr BinaryPlistLimits kSidecarLimits{.maxDepth = 32, .maxExpandedObjects = 65536};
+
 // Copies the sidecar's "scanDate" (a date), "sourceFingerprint" and "sourceItemCount" (numbers)
-// onto the root; keys of another type, and a sidecar that is missing or unreadable, are ignored.
+// onto the root; keys of another type, and a sidecar that is missing, unreadable or damaged, are
+// ignored. Sidecars were written as binary property lists and pass the archive's safety check
+// before the parser sees them: the parser recurses once per level and copies shared objects.
 void applySidecar(const std::string& path, ScanNode& root) {
   FileBytes file(path);
   std::span<const uint8_t> bytes = file.bytes();
-  if (file.error() || bytes.empty()) return;
+  if (file.error() || checkBinaryPlist(bytes, kSidecarLimits)) return;
   plist_t plist = nullptr;
-  plist_from_memory(reinterpret_cast<const char*>(bytes.data()),
-                    static_cast<uint32_t>(bytes.size()), &plist);
+  plist_from_bin(reinterpret_cast<const char*>(bytes.data()), static_cast<uint32_t>(bytes.size()),
+                 &plist);
   if (!plist) return;
   if (plist_get_node_type(plist) == PLIST_DICT) {
     if (plist_t date = plist_dict_get_item(plist, "scanDate");

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <limits>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -59,6 +60,9 @@ constexpr const char* kScanIssuesKey = "scanIssues";
 constexpr const char* kChildrenKey = "children";
 constexpr const char* kIssuePathKey = "path";
 constexpr const char* kIssueMessageKey = "message";
+
+// An unknown date, archived as the null object.
+constexpr double kNoDate = std::numeric_limits<double>::quiet_NaN();
 
 // A relative URL may lean on a base URL, which may lean on another; real archives use none.
 constexpr int kMaxURLBaseChain = 8;
@@ -125,7 +129,8 @@ struct NodeFields {
   uint64_t size = 0, cloneSharedSize = 0;
   uint64_t volumeCapacity = 0, volumeFreeSpace = 0, volumeAvailableSpace = 0;
   uint64_t sourceFingerprint = 0, sourceItemCount = 0;
-  double scanDate = 0, modificationDate = 0;
+  double scanDate = 0;
+  double modificationDate = kNoDate;  // absent: unknown
   std::vector<ScanIssue> scanIssues;
   plist_t children = nullptr;  // the items of the child list, when there is one
 
@@ -164,6 +169,7 @@ class ArchiveReader {
 
   bool readInteger(plist_t dict, const char* key, uint64_t& out);
   bool readBool(plist_t dict, const char* key, bool& out);
+  // Leaves `out` as it was when the date is absent.
   bool readDate(plist_t dict, const char* key, double& out);
   bool readURL(plist_t url, std::string& path);
   bool readIssues(plist_t dict, std::vector<ScanIssue>& out);
@@ -311,7 +317,6 @@ bool ArchiveReader::readBool(plist_t dict, const char* key, bool& out) {
 }
 
 bool ArchiveReader::readDate(plist_t dict, const char* key, double& out) {
-  out = 0;
   plist_t date = nullptr;
   if (!objectFor(dict, key, date)) return false;
   if (!date) return true;
@@ -705,7 +710,7 @@ uint64_t ArchiveWriter::addURL(std::string_view path, bool directory) {
 }
 
 uint64_t ArchiveWriter::addDate(double secondsSince1970) {
-  if (secondsSince1970 == 0) return 0;
+  if (std::isnan(secondsSince1970)) return 0;
   plist_t date = plist_new_dict();
   plist_dict_set_item(date, kClassKey, plist_new_uid(classFor("NSDate", {"NSObject"})));
   plist_dict_set_item(date, kDateTimeKey,
@@ -778,7 +783,7 @@ plist_t ArchiveWriter::nodeObject(ScanNode& node, const std::string& path,
   // Signed 64-bit in the archive, holding the fingerprint's bits.
   setInteger(kSourceFingerprintKey, node.sourceFingerprint());
   setInteger(kSourceItemCountKey, static_cast<uint64_t>(node.sourceItemCount()));
-  setUID(kScanDateKey, addDate(node.scanDate()));
+  setUID(kScanDateKey, addDate(node.scanDate() != 0 ? node.scanDate() : kNoDate));
   setUID(kModificationDateKey, addDate(node.modificationDate()));
   setUID(kScanIssuesKey, addIssues(node.scanIssues()));
   setUID(kChildrenKey, addArray(kids, true));

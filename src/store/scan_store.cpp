@@ -47,9 +47,12 @@ bool looksTruncated(const std::string& path) {
   return static_cast<uint64_t>(pages) * pageSize > static_cast<uint64_t>(st.st_size);
 }
 
-bool readMetadataRow(sqlite3* db, ScanMetadata& out) {
+// The metadata row, or the connection's error read while the statement still holds it (after
+// finalizing, SQLite reports "not an error").
+std::optional<Error> readMetadataRow(sqlite3* db, ScanMetadata& out) {
   Statement select(db, schema::kReadMetadata);
-  if (!select.valid() || select.step() != SQLITE_ROW) return false;
+  if (!select.valid() || select.step() != SQLITE_ROW)
+    return sqliteError(db, schema::label::kReadMetadata);
   out.schemaVersion = select.columnInt(0);
   if (!select.columnIsNull(1)) out.scanDate = select.columnDouble(1);
   out.rootNodeID = select.columnInt(2);
@@ -61,7 +64,7 @@ bool readMetadataRow(sqlite3* db, ScanMetadata& out) {
   out.volumeAvailableSpace = static_cast<uint64_t>(select.columnInt(8));
   out.sourceFingerprint = static_cast<uint64_t>(select.columnInt(9));
   out.sourceItemCount = select.columnInt(10);
-  return true;
+  return std::nullopt;
 }
 
 // Runs one upgrade step as a whole: on failure it is rolled back and the file stays as it was.
@@ -98,7 +101,7 @@ std::optional<Error> checkAndUpgrade(sqlite3* db, ScanMetadata& metadata) {
   if (version == 2) {
     if (auto error = migrate(db, schema::kMigrate2To3)) return error;
   }
-  if (!readMetadataRow(db, metadata)) return sqliteError(db, schema::label::kReadMetadata);
+  if (auto error = readMetadataRow(db, metadata)) return error;
   if (metadata.schemaVersion != schema::kCurrentVersion) {
     char text[96];
     std::snprintf(text, sizeof text, schema::kUnsupportedSchemaFormat,
@@ -146,13 +149,17 @@ std::shared_ptr<ScanStore> ScanStore::open(const std::string& path, Error* error
 std::optional<ScanMetadata> ScanStore::metadataAt(const std::string& path, Error* error) {
   sqlite3* db = nullptr;
   std::optional<ScanMetadata> result;
+  std::optional<Error> failure;
   if (sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY | SQLITE_OPEN_FULLMUTEX, nullptr) ==
       SQLITE_OK) {
     sqlite3_busy_timeout(db, schema::kBusyTimeoutMilliseconds);
     ScanMetadata metadata;
-    if (readMetadataRow(db, metadata)) result = std::move(metadata);
+    failure = readMetadataRow(db, metadata);
+    if (!failure) result = std::move(metadata);
+  } else {
+    failure = sqliteError(db, schema::label::kReadMetadata);
   }
-  if (!result && error) *error = sqliteError(db, schema::label::kReadMetadata);
+  if (failure && error) *error = *failure;
   sqlite3_close_v2(db);
   return result;
 }

@@ -97,7 +97,7 @@ class RowWriter {
     insert_.bindInt(10, node->isAPFSClone());
     insert_.bindInt(11, node->isCloneAllocationElsewhere());
     insert_.bindInt(12, static_cast<int64_t>(node->cloneSharedSize()));
-    if (node->modificationDate() != 0) {
+    if (node->hasModificationDate()) {
       insert_.bindDouble(13, node->modificationDate());
     } else {
       insert_.bindNull(13);
@@ -173,9 +173,11 @@ int64_t insertTree(ScanNode* root, RowWriter& writer) {
   return rootRow;
 }
 
-bool insertMetadata(sqlite3* db, ScanNode* root, int64_t rootRow, int64_t rows) {
+// The inserts below read the connection's error while their statement is alive: finalizing it
+// first would leave "not an error".
+std::optional<Error> insertMetadata(sqlite3* db, ScanNode* root, int64_t rootRow, int64_t rows) {
   Statement meta(db, schema::kInsertMetadata);
-  if (!meta.valid()) return false;
+  if (!meta.valid()) return sqliteError(db, schema::label::kWrite);
   const std::string rootPath = root->path();
   meta.bindInt(1, schema::kCurrentVersion);
   meta.bindDouble(2, root->scanDate() != 0 ? root->scanDate() : secondsSince1970Now());
@@ -188,22 +190,23 @@ bool insertMetadata(sqlite3* db, ScanNode* root, int64_t rootRow, int64_t rows) 
   meta.bindInt(9, static_cast<int64_t>(root->volumeAvailableSpace()));
   meta.bindInt(10, static_cast<int64_t>(root->sourceFingerprint()));  // same bits, signed
   meta.bindInt(11, root->sourceItemCount() != 0 ? root->sourceItemCount() : rows);
-  return meta.step() == SQLITE_DONE;
+  if (meta.step() != SQLITE_DONE) return sqliteError(db, schema::label::kWrite);
+  return std::nullopt;
 }
 
-bool insertIssues(sqlite3* db, ScanNode* root) {
+std::optional<Error> insertIssues(sqlite3* db, ScanNode* root) {
   const std::vector<ScanIssue>& issues = root->scanIssues();
-  if (issues.empty()) return true;
+  if (issues.empty()) return std::nullopt;
   Statement insert(db, schema::kInsertIssue);
-  if (!insert.valid()) return false;
+  if (!insert.valid()) return sqliteError(db, schema::label::kWrite);
   for (const ScanIssue& issue : issues) {
     insert.resetAndClear();
     insert.bindText(1, issue.path);
     insert.bindText(2, issue.message.empty() ? std::string_view(schema::kMissingIssueMessage)
                                              : std::string_view(issue.message));
-    if (insert.step() != SQLITE_DONE) return false;
+    if (insert.step() != SQLITE_DONE) return sqliteError(db, schema::label::kWrite);
   }
-  return true;
+  return std::nullopt;
 }
 
 // Fills the database open on `db`; the error of the first failing step, if any.
@@ -217,8 +220,8 @@ std::optional<Error> fillDatabase(sqlite3* db, ScanNode* root) {
   RowWriter writer(db, insert);
   const int64_t rootRow = insertTree(root, writer);
   if (rootRow == 0) return failed();
-  if (!insertMetadata(db, root, rootRow, writer.rows())) return failed();
-  if (!insertIssues(db, root)) return failed();
+  if (auto error = insertMetadata(db, root, rootRow, writer.rows())) return error;
+  if (auto error = insertIssues(db, root)) return error;
   insert.resetAndClear();
   if (!execScript(db, schema::kCommit)) return failed();
   if (!execScript(db, schema::kCreateIndexes)) return failed();

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <iomanip>
+#include <limits>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -27,7 +28,7 @@ inline ScanResult scanTree(const std::string& path,
 
 // Adds a child to `parent` and returns it.
 inline ScanNode* addNode(ScanNode* parent, std::string_view name, bool directory, uint64_t size,
-                         double modificationDate = 0) {
+                         double modificationDate = std::numeric_limits<double>::quiet_NaN()) {
   ScanNode* node = parent->createNode(name, directory);
   node->setSize(size);
   node->setModificationDate(modificationDate);

@@ -2,14 +2,14 @@
 
 #include <fcntl.h>
 #include <grp.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -19,10 +19,38 @@ namespace tw::test {
 
 namespace fs = std::filesystem;
 
+namespace {
+
+// Whether user nobody can reach `folder`: every folder on the way is searchable by others.
+bool everyoneCanEnter(const fs::path& folder) {
+  struct stat st {};
+  if (stat(folder.c_str(), &st) != 0 || !(st.st_mode & S_IXOTH)) return false;
+  return folder == folder.root_path() || everyoneCanEnter(folder.parent_path());
+}
+
+std::string withParent(const std::string& full) {
+  fs::create_directories(fs::path(full).parent_path());
+  return full;
+}
+
+void check(bool ok, const std::string& what) {
+  if (!ok) throw std::runtime_error(what + ": " + std::strerror(errno));
+}
+
+bool becomeNobody() {
+  return setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 &&
+         setresuid(65534, 65534, 65534) == 0;
+}
+
+}  // namespace
+
 TempTree::TempTree() {
+  // Tests hand their trees to user nobody, so $TMPDIR counts only when nobody can reach it (not
+  // inside a 0700 home).
   const char* tmp = std::getenv("TMPDIR");
-  std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/tarnwell-test-XXXXXX";
-  if (!mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+  const bool useTmpdir = tmp && *tmp == '/' && everyoneCanEnter(tmp);
+  std::string pattern = std::string(useTmpdir ? tmp : "/tmp") + "/tarnwell-test-XXXXXX";
+  check(mkdtemp(pattern.data()) != nullptr, "mkdtemp");
   root_ = pattern;
   chmod(root_.c_str(), 0755);
 }
@@ -43,61 +71,46 @@ std::string TempTree::path(const std::string& relative) const {
 }
 
 std::string TempTree::folder(const std::string& relative) {
-  std::string full = path(relative);
-  fs::create_directories(full);
-  return full;
-}
-
-static std::string withParent(const std::string& full) {
-  fs::create_directories(fs::path(full).parent_path());
-  return full;
+  fs::create_directories(path(relative));
+  return path(relative);
 }
 
 std::string TempTree::file(const std::string& relative, uint64_t bytes) {
-  std::string full = withParent(path(relative));
-  int fd = open(full.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  if (fd < 0) throw std::runtime_error("cannot create " + full);
-  std::vector<char> block(1 << 16, 'x');
-  for (uint64_t left = bytes; left > 0;) {
-    auto n = static_cast<std::size_t>(std::min<uint64_t>(left, block.size()));
-    if (write(fd, block.data(), n) != static_cast<ssize_t>(n)) throw std::runtime_error("write");
-    left -= n;
-  }
-  fsync(fd);
+  const std::string full = withParent(path(relative));
+  const int fd = open(full.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  const std::string data(bytes, 'x');
+  check(fd >= 0 && write(fd, data.data(), data.size()) == static_cast<ssize_t>(data.size()),
+        "write " + full);
+  fsync(fd);  // so the allocated size is settled
   close(fd);
   return full;
 }
 
 std::string TempTree::hardLink(const std::string& existing, const std::string& relative) {
-  std::string full = withParent(path(relative));
-  if (link(path(existing).c_str(), full.c_str()) != 0) throw std::runtime_error("link");
-  return full;
+  check(link(path(existing).c_str(), withParent(path(relative)).c_str()) == 0, "link");
+  return path(relative);
 }
 
 std::string TempTree::symlink(const std::string& target, const std::string& relative) {
-  std::string full = withParent(path(relative));
-  if (::symlink(target.c_str(), full.c_str()) != 0) throw std::runtime_error("symlink");
-  return full;
+  check(::symlink(target.c_str(), withParent(path(relative)).c_str()) == 0, "symlink");
+  return path(relative);
 }
 
 std::string TempTree::fifo(const std::string& relative) {
-  std::string full = withParent(path(relative));
-  if (mkfifo(full.c_str(), 0644) != 0) throw std::runtime_error("mkfifo");
-  return full;
+  check(mkfifo(withParent(path(relative)).c_str(), 0644) == 0, "mkfifo");
+  return path(relative);
 }
 
 void TempTree::setModificationTime(const std::string& relative, double seconds) {
-  timespec times[2];
-  times[0].tv_nsec = UTIME_OMIT;
-  times[1].tv_sec = static_cast<time_t>(seconds);
-  times[1].tv_nsec = static_cast<long>((seconds - static_cast<double>(times[1].tv_sec)) * 1e9);
+  const auto whole = static_cast<time_t>(seconds);
+  const timespec times[2] = {
+      {0, UTIME_OMIT}, {whole, static_cast<long>((seconds - static_cast<double>(whole)) * 1e9)}};
   utimensat(AT_FDCWD, path(relative).c_str(), times, AT_SYMLINK_NOFOLLOW);
 }
 
 uint64_t allocatedSize(const std::string& path) {
   struct stat st {};
-  if (lstat(path.c_str(), &st) != 0) return 0;
-  return static_cast<uint64_t>(st.st_blocks) * 512;
+  return lstat(path.c_str(), &st) == 0 ? static_cast<uint64_t>(st.st_blocks) * 512 : 0;
 }
 
 std::string readFile(const std::string& path) {
@@ -108,8 +121,8 @@ std::string readFile(const std::string& path) {
 }
 
 void writeFile(const std::string& path, std::string_view bytes) {
-  std::ofstream out(withParent(path), std::ios::binary | std::ios::trunc);
-  out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+  std::ofstream(withParent(path), std::ios::binary | std::ios::trunc)
+      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 std::vector<std::string> listFolder(const std::string& folder, bool sorted) {
@@ -122,85 +135,63 @@ std::vector<std::string> listFolder(const std::string& folder, bool sorted) {
   return names;
 }
 
-static bool becomeNobody() {
-  return setgroups(0, nullptr) == 0 && setresgid(65534, 65534, 65534) == 0 &&
-         setresuid(65534, 65534, 65534) == 0;
-}
-
 int runUnprivileged(const std::function<int()>& body) {
-  pid_t pid = fork();
-  if (pid < 0) return -1;
+  const pid_t pid = fork();
   if (pid == 0) _exit(becomeNobody() ? body() : 125);
   int status = 0;
-  if (waitpid(pid, &status, 0) < 0) return -1;
+  if (pid < 0 || waitpid(pid, &status, 0) < 0) return -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 std::string runUnprivilegedReporting(const std::function<std::string()>& body) {
-  int fds[2];
-  if (pipe(fds) != 0) return "pipe failed";
+  constexpr std::size_t kRoom = 16384;  // shared with the child, which writes its report there
+  void* shared = mmap(nullptr, kRoom, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (shared == MAP_FAILED) return "mmap failed";
+  char* report = static_cast<char*>(shared);
   const int status = runUnprivileged([&] {
-    close(fds[0]);
     alarm(20);  // a hung body ends the child, and so fails the test
-    std::string report = body();
-    // Stay below the pipe's capacity: the parent reads only after the child has ended.
-    if (report.size() > 16000) report.resize(16000);
-    if (!report.empty() && write(fds[1], report.data(), report.size()) < 0) return 2;
-    return report.empty() ? 0 : 1;
+    const std::string text = body();
+    std::strncpy(report, text.c_str(), kRoom - 1);
+    return text.empty() ? 0 : 1;
   });
-  close(fds[1]);
-  std::string report;
-  char buffer[4096];
-  for (ssize_t n; (n = read(fds[0], buffer, sizeof buffer)) > 0;) report.append(buffer, n);
-  close(fds[0]);
+  std::string out = report;
+  munmap(shared, kRoom);
   if (status == 125) return "could not become user nobody";
-  if (status != 0 && report.empty()) return "child ended with status " + std::to_string(status);
-  return report;
+  if (status != 0 && out.empty()) return "child ended with status " + std::to_string(status);
+  return out;
 }
 
-ProcessRun runProcess(const std::vector<std::string>& args, bool unprivileged) {
+ProcessRun runProcess(std::vector<std::string> args, bool unprivileged) {
   TempTree outputs;
-  const std::string outPath = outputs.path("out"), errPath = outputs.path("err");
-  const int outFd = open(outPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  const int errFd = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-  std::vector<char*> argv;
-  for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
-  argv.push_back(nullptr);
-  ProcessRun run;
-  const pid_t pid = fork();
-  if (pid == 0) {
-    if (unprivileged && !becomeNobody()) _exit(125);
-    dup2(outFd, STDOUT_FILENO);
-    dup2(errFd, STDERR_FILENO);
-    execv(argv[0], argv.data());
-    _exit(127);
+  if (unprivileged) {
+    // The build tree may sit in a home nobody cannot enter: run a copy from the open temp tree.
+    const std::string copy = outputs.path(fs::path(args[0]).filename().string());
+    std::error_code ec;
+    fs::copy_file(args[0], copy, ec);
+    args[0] = copy;
+    args.insert(args.begin(), {"setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"});
   }
-  int status = 0;
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-  pid_t done = 0;
-  while ((done = waitpid(pid, &status, WNOHANG)) == 0 &&
-         std::chrono::steady_clock::now() < deadline)
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
-  if (done == 0) {
-    kill(pid, SIGKILL);
-    waitpid(pid, &status, 0);
-    run.status = -2;
-  } else {
-    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  close(outFd);
-  close(errFd);
-  run.out = readFile(outPath);
-  run.err = readFile(errPath);
-  return run;
+  std::string command = "timeout -s KILL 20";
+  auto quoted = [](std::string text) {
+    for (std::size_t at = 0; (at = text.find('\'', at)) != std::string::npos; at += 4)
+      text.replace(at, 1, "'\\''");
+    return " '" + text + "'";
+  };
+  for (const std::string& arg : args) command += quoted(arg);
+  command += " >" + quoted(outputs.path("out")) + " 2>" + quoted(outputs.path("err"));
+  const int status = std::system(command.c_str());
+  const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return {code == 137  ? -2
+          : code > 128 ? -1
+                       : code,
+          readFile(outputs.path("out")), readFile(outputs.path("err"))};
 }
 
 bool canMount() {
   static const bool allowed = [] {
     if (geteuid() != 0) return false;
     TempTree probe;
-    MountGuard guard;
-    return guard.mount("tarnwell-probe", probe.folder("mnt"), "tmpfs", 0, "size=1m");
+    return MountGuard().mount("tarnwell-probe", probe.folder("mnt"), "tmpfs", 0, "size=1m");
   }();
   return allowed;
 }
@@ -215,25 +206,6 @@ bool MountGuard::mount(const char* source, const std::string& target, const char
   if (::mount(source, target.c_str(), type, flags, data) != 0) return false;
   targets_.push_back(target);
   return true;
-}
-
-Watchdog::Watchdog(const char* what, int seconds) {
-  thread_ = std::thread([this, what, seconds] {
-    std::unique_lock lock(mutex_);
-    if (!wake_.wait_for(lock, std::chrono::seconds(seconds), [this] { return done_; })) {
-      std::fprintf(stderr, "HANG: %s did not finish within %d s\n", what, seconds);
-      std::abort();
-    }
-  });
-}
-
-Watchdog::~Watchdog() {
-  {
-    std::lock_guard lock(mutex_);
-    done_ = true;
-  }
-  wake_.notify_all();
-  thread_.join();
 }
 
 }  // namespace tw::test

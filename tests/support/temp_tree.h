@@ -4,20 +4,17 @@
 
 #include <sys/types.h>
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <vector>
 
 namespace tw::test {
 
 class TempTree {
  public:
-  TempTree();  // a new, empty folder below $TMPDIR (or /tmp), readable by everyone
+  TempTree();  // a new, empty folder below $TMPDIR (or /tmp), reachable by everyone
   ~TempTree();
   TempTree(const TempTree&) = delete;
   TempTree& operator=(const TempTree&) = delete;
@@ -56,13 +53,14 @@ int runUnprivileged(const std::function<int()>& body);
 // running longer than 20 s is ended, and the text says so.
 std::string runUnprivilegedReporting(const std::function<std::string()>& body);
 
-// A program run to its end: exit status (-1 crashed, -2 hung and stopped after 20 s, 125 could not
-// become nobody) and what it wrote to standard output and error.
+// A program run to its end: exit status (-1 crashed, -2 hung and stopped after 20 s) and what it
+// wrote to standard output and error. Run as nobody (through setpriv), the program is a copy in a
+// temporary folder everyone can reach.
 struct ProcessRun {
   int status = -1;
   std::string out, err;
 };
-ProcessRun runProcess(const std::vector<std::string>& argv, bool unprivileged = false);
+ProcessRun runProcess(std::vector<std::string> argv, bool unprivileged = false);
 
 // Whether this process may mount file systems (root with CAP_SYS_ADMIN in a mount-capable place);
 // asked once.
@@ -78,23 +76,5 @@ class MountGuard {
  private:
   std::vector<std::string> targets_;
 };
-
-// Ends the test run with a message when the guarded code takes longer than `seconds`, so code
-// that blocks fails instead of holding up the whole run.
-class Watchdog {
- public:
-  Watchdog(const char* what, int seconds);
-  ~Watchdog();
-
- private:
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  bool done_ = false;
-  std::thread thread_;
-};
-
-// Only root can switch to user nobody; elsewhere the tests that need it are skipped.
-#define TW_SKIP_UNLESS_ROOT() \
-  if (geteuid() != 0) GTEST_SKIP() << "needs root to run as user nobody"
 
 }  // namespace tw::test

@@ -2,10 +2,13 @@
 // mounted system volumes and protected locations, and clone attributes are handed out per file.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <map>
 #include <string>
 #include <vector>
 
+#include "platform/paths.h"
 #include "platform/volume_layout.h"
 
 namespace tw::test {
@@ -25,15 +28,24 @@ class TestVolumeLayout final : public VolumeLayout {
   std::vector<std::string> protectedPaths = {"/Library", "/private"};
 
   // Marks the file at `path` as a member of clone family `cloneID`.
-  void makeClone(const std::string& path, uint64_t cloneID, uint32_t referenceCount = 2);
+  void makeClone(const std::string& path, uint64_t cloneID, uint32_t referenceCount = 2) {
+    struct stat st {};
+    if (lstat(path.c_str(), &st) == 0) clones_[st.st_ino] = {0, 7, cloneID, 0, referenceCount};
+  }
 
-  std::optional<VolumeInfo> volumeForPath(const std::string& path) const override;
+  std::optional<VolumeInfo> volumeForPath(const std::string& path) const override {
+    if (!isSameOrInside(standardizePath(path), root_)) return std::nullopt;
+    return volume;
+  }
   std::string systemRoot() const override { return systemDisk ? root_ : std::string(); }
   std::vector<SystemVolume> mountedSystemVolumes() const override { return systemVolumes; }
   std::vector<std::string> protectedLocations() const override { return protectedPaths; }
   bool mayHaveClones(int) const override { return true; }
-  std::optional<CloneAttributes> cloneAttributes(int dirfd, const char* name,
-                                                 const struct statx& st) const override;
+  std::optional<CloneAttributes> cloneAttributes(int, const char*,
+                                                 const struct statx& st) const override {
+    auto it = clones_.find(st.stx_ino);
+    return it == clones_.end() ? std::nullopt : std::optional(it->second);
+  }
 
  private:
   std::string root_;
