@@ -160,7 +160,7 @@ TEST_F(ScanBrowserTest, ChartClicksOpenOrSelectHoversPreviewAndTheListSkipsEmpty
 
 TEST_F(ScanBrowserTest, KeysOpenRowsGoUpAndThePreviewFollowsTheCurrentFileOrCloses) {
   ScanListView* list = browser_->listView();
-  auto press = [list](std::initializer_list<Qt::Key> keys, Qt::KeyboardModifiers modifiers = {}) {
+  auto press = [list](const std::vector<Qt::Key>& keys, Qt::KeyboardModifiers modifiers = {}) {
     for (Qt::Key key : keys) QTest::keyClick(list, key, modifiers);
   };
   list->setCurrentIndex(browser_->listModel()->index(0, 0));  // a
@@ -175,7 +175,7 @@ TEST_F(ScanBrowserTest, KeysOpenRowsGoUpAndThePreviewFollowsTheCurrentFileOrClos
   // Space on a folder shows nothing; on a file it toggles the preview, which follows the current
   // row to the next file and closes on a folder.
   list->setCurrentIndex(browser_->listModel()->index(0, 0));
-  const std::pair<std::initializer_list<Qt::Key>, ScanNode*> steps[] = {
+  const std::pair<std::vector<Qt::Key>, ScanNode*> steps[] = {
       {{Qt::Key_Space}, nullptr},
       {{Qt::Key_Down, Qt::Key_Space}, notes_},
       {{Qt::Key_Space}, nullptr},
