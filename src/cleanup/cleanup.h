@@ -54,11 +54,11 @@ MarkOutcome markMovedItems(ScanStore& store, const TrashMapping& mapping);
 
 // Undo: each pair moved back unless something now occupies its original place. Files only; the
 // caller unmarks the restored nodes with ScanStore::setNodes(…, false).
-struct RestoreOutcome {
+struct TrashRestoreOutcome {
   std::vector<std::string> restoredPaths;  // original paths now back in place
   std::vector<std::string> failedNames;    // last path component of each pair that failed
   TrashMapping remaining;                  // the failed pairs, for another Undo
 };
-RestoreOutcome restoreItems(const TrashMapping& mapping, const TrashOptions& options = {});
+TrashRestoreOutcome restoreItems(const TrashMapping& mapping, const TrashOptions& options = {});
 
 }  // namespace tw
