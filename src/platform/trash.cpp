@@ -1,13 +1,14 @@
 #include "platform/trash.h"
 
+#include <dirent.h>
 #include <fcntl.h>
-#include <ftw.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <unordered_set>
 
@@ -149,18 +150,33 @@ std::size_t putBack(std::vector<Item*>& moved, FolderWalker& walker, const Trash
   return stuck;
 }
 
-// The disk space a trashed folder takes, as `du -B1` counts it.
-thread_local uint64_t folderBytes = 0;
-uint64_t diskUsage(const std::string& path) {
-  folderBytes = 0;
-  nftw(
-      path.c_str(),
-      [](const char*, const struct stat* st, int, FTW*) {
-        folderBytes += static_cast<uint64_t>(st->st_blocks) * 512;
-        return 0;
-      },
-      32, FTW_PHYS | FTW_MOUNT);
-  return folderBytes;
+// The disk space of folder `name` in `dirFd` and everything in it, as `du -B1` counts it. Read
+// without updating access times where the user may (their own files), so putting the folder back
+// restores it exactly.
+uint64_t diskUsage(int dirFd, const char* name) {
+  int fd = openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NOATIME);
+  if (fd < 0 && errno == EPERM)
+    fd = openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  DIR* dir = fd < 0 ? nullptr : fdopendir(fd);
+  if (!dir) {
+    if (fd >= 0) close(fd);
+    return 0;  // a cache: an unreadable part counts as empty
+  }
+  struct stat st {};
+  uint64_t bytes = fstat(fd, &st) == 0 ? static_cast<uint64_t>(st.st_blocks) * 512 : 0;
+  std::vector<std::string> folders;
+  while (const dirent* entry = readdir(dir)) {
+    if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
+    if (fstatat(fd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
+    if (S_ISDIR(st.st_mode)) {
+      folders.emplace_back(entry->d_name);
+    } else {
+      bytes += static_cast<uint64_t>(st.st_blocks) * 512;
+    }
+  }
+  for (const std::string& folder : folders) bytes += diskUsage(fd, folder.c_str());
+  closedir(dir);
+  return bytes;
 }
 
 // Rewrites a trash's directorysizes through a temporary file and rename. It is a cache other
@@ -286,7 +302,7 @@ std::optional<TrashMapping> moveToTrash(const std::vector<std::string>& paths,
       if (item.trash != trash || !item.isFolder) continue;
       struct stat info {};
       fstatat(trash->infoFd, (item.trashName + ".trashinfo").c_str(), &info, 0);
-      sizes.push_back({diskUsage(trash->path + "/files/" + item.trashName),
+      sizes.push_back({diskUsage(trash->filesFd, item.trashName.c_str()),
                        static_cast<int64_t>(info.st_mtim.tv_sec), item.trashName});
     }
     if (!sizes.empty()) updateDirectorySizes(*trash, sizes, {}, calls);
@@ -349,9 +365,14 @@ bool restoreFromTrash(const std::string& trashedPath, const std::string& origina
     return fail(err, posixError(err).description + ".");
   }
   calls.unlinkat(trashFd, ("info/" + trashed->name + ".trashinfo").c_str(), 0);
-  TrashFolder trash;
-  trash.folderFd = trashFd;
-  updateDirectorySizes(trash, {}, {trashed->name}, calls);
+  // Only folders have a directorysizes line.
+  struct stat restored {};
+  if (fstatat(parentFd, original->name.c_str(), &restored, AT_SYMLINK_NOFOLLOW) == 0 &&
+      S_ISDIR(restored.st_mode)) {
+    TrashFolder trash;
+    trash.folderFd = trashFd;
+    updateDirectorySizes(trash, {}, {trashed->name}, calls);
+  }
   close(trashFd);
   return true;
 }
