@@ -270,6 +270,8 @@ std::optional<TrashMapping> moveToTrash(const std::vector<std::string>& paths,
     Error reason;
     item.trash = trashes.forItem(item.where.parent, place, &reason);
     if (!item.trash) return fail(moveError(item.where.name, reason.code, reason.description));
+    if (isSameOrInside(item.trash->path, item.where.path))
+      return fail(moveError(item.where.name, EINVAL, "It holds the Trash itself."));
   }
 
   // Move them, putting everything back at the first failure.

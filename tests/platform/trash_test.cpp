@@ -209,7 +209,8 @@ TEST_F(TrashTest, RefusedListsMoveNothing) {
       {{kept, kept}, "“kept.txt”"},
       {{kept, "r/relative.txt"}, "“relative.txt”"},
       {{kept, tree.path("r/a/../kept.txt")}, "not a full path"},
-      {{kept, "/"}, "not a full path"}};
+      {{kept, "/"}, "not a full path"},
+      {{kept, tree.path("home")}, "“home” to the Trash: It holds the Trash itself."}};
   for (const auto& [paths, expected] : cases) {
     Error error;
     EXPECT_FALSE(move(paths, &error));
