@@ -10,6 +10,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <map>
 #include <unordered_set>
 
 #include "platform/folder_walk.h"
@@ -89,6 +90,7 @@ bool writeAll(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t n = write(fd, bytes.data(), bytes.size());
     if (n < 0 && errno == EINTR) continue;
+    if (n == 0) errno = EIO;
     if (n <= 0) return false;
     bytes.remove_prefix(static_cast<std::size_t>(n));
   }
@@ -104,12 +106,15 @@ std::string readAll(int fd) {
   return text;
 }
 
-// Moves one checked item: its .trashinfo is made first, under the first free name, then the item
-// is renamed next to it. Returns 0, or the errno of the failure with nothing left behind.
-int moveOne(Item& item, int parentFd, const std::string& deletionDate, const TrashCalls& calls) {
+// Moves one checked item: its .trashinfo is made first, under the first free name from suffix
+// `attempt` on, then the item is renamed next to it. Returns 0 with `attempt` past the suffix used
+// (so many items of one name do not try the same taken names again), or the errno of the failure
+// with nothing left behind.
+int moveOne(Item& item, int parentFd, const std::string& deletionDate, unsigned& attempt,
+            const TrashCalls& calls) {
   const std::string base = trashBaseName(item.where.name);
   const std::string text = trashInfoText(infoPath(item), deletionDate);
-  for (unsigned attempt = 1; attempt <= kMaxNameAttempts; ++attempt) {
+  for (; attempt <= kMaxNameAttempts; ++attempt) {
     const std::string name = attempt == 1 ? base : base + "." + std::to_string(attempt);
     const std::string info = name + ".trashinfo";
     const int fd = calls.openat(item.trash->infoFd, info.c_str(),
@@ -124,6 +129,7 @@ int moveOne(Item& item, int parentFd, const std::string& deletionDate, const Tra
     if (written && calls.renameat2(parentFd, item.where.name.c_str(), item.trash->filesFd,
                                    name.c_str(), RENAME_NOREPLACE) == 0) {
       item.trashName = name;
+      ++attempt;
       return 0;
     }
     const int err = written ? errno : writeErr;
@@ -278,9 +284,12 @@ std::optional<TrashMapping> moveToTrash(const std::vector<std::string>& paths,
   const std::string deletionDate = trashDeletionDate(std::time(nullptr));
   std::vector<Item*> moved;
   moved.reserve(items.size());
+  std::map<std::pair<const TrashFolder*, std::string>, unsigned> nextAttempt;
   for (Item& item : items) {
     const int parentFd = walker.open(item.where.parent);
-    const int err = parentFd < 0 ? errno : moveOne(item, parentFd, deletionDate, calls);
+    unsigned& attempt =
+        nextAttempt.try_emplace({item.trash, trashBaseName(item.where.name)}, 1u).first->second;
+    const int err = parentFd < 0 ? errno : moveOne(item, parentFd, deletionDate, attempt, calls);
     if (err == 0) {
       moved.push_back(&item);
       continue;
@@ -290,9 +299,11 @@ std::optional<TrashMapping> moveToTrash(const std::vector<std::string>& paths,
     if (err == EINVAL && parentFd >= 0)
       reason = "This file system cannot move it without the risk of replacing another item.";
     if (const std::size_t stuck = putBack(moved, walker, calls))
-      reason += " " + std::to_string(stuck) +
-                " items moved before it could not be put back and "
-                "remain in the Trash.";
+      reason += stuck == 1 ? " One item moved before it could not be put back and remains in the "
+                             "Trash."
+                           : " " + std::to_string(stuck) +
+                                 " items moved before it could not be put back and remain in "
+                                 "the Trash.";
     return fail(moveError(item.where.name, err, reason));
   }
 

@@ -115,7 +115,7 @@ bool isSamePlace(const FileSystemPlace& a, const FileSystemPlace& b) {
 }
 
 std::string homeTrashPath(const std::string& configured) {
-  if (!configured.empty()) return configured;
+  if (!configured.empty()) return standardizePath(configured);
   // A relative $XDG_DATA_HOME is invalid and ignored.
   const char* dataHome = std::getenv("XDG_DATA_HOME");
   if (dataHome && dataHome[0] == '/') return appendPathComponent(dataHome, "Trash");
