@@ -271,24 +271,28 @@ TEST_F(TrashTest, ItemsOnASecondDiskGoToThatDisksOwnTrash) {
   if (disk.empty()) GTEST_SKIP() << "no loop-mounted ext4 here (needs root, mount and mkfs.ext4)";
   const std::string uid = std::to_string(geteuid());
   struct Case {
-    const char* setup;  // what ".Trash" is
+    std::string setup;  // what the disk's top folder holds before the move
     std::string trash;
   };
-  const Case cases[] = {{"none", disk + "/.Trash-" + uid},
-                        {"sticky", disk + "/.Trash/" + uid},
-                        {"not sticky", disk + "/.Trash-" + uid},
-                        {"link to sticky", disk + "/.Trash-" + uid}};
+  const Case cases[] = {{"nothing", disk + "/.Trash-" + uid},
+                        {"sticky .Trash", disk + "/.Trash/" + uid},
+                        {"non-sticky .Trash", disk + "/.Trash-" + uid},
+                        {".Trash linking to a sticky folder", disk + "/.Trash-" + uid},
+                        {".Trash-uid writable by all", disk + "/.Trash-" + uid}};
   for (const Case& c : cases) {
     for (const std::string& name :
          {std::string("/.Trash"), std::string("/shared"), "/.Trash-" + uid})
       fs::remove_all(disk + name);
-    const std::string setup = c.setup;
-    if (setup != "none") {
-      fs::create_directory(disk + (setup == "link to sticky" ? "/shared" : "/.Trash"));
-      chmod((disk + (setup == "link to sticky" ? "/shared" : "/.Trash")).c_str(),
-            setup == "not sticky" ? 0777 : 01777);
-      if (setup == "link to sticky") fs::create_directory_symlink("shared", disk + "/.Trash");
+    const std::string made = c.setup.starts_with(".Trash linking") ? disk + "/shared"
+                             : c.setup.starts_with(".Trash-uid")   ? disk + "/.Trash-" + uid
+                                                                   : disk + "/.Trash";
+    if (c.setup != "nothing") {
+      fs::create_directory(made);
+      chmod(made.c_str(),
+            c.setup.starts_with("sticky") || c.setup.starts_with(".Trash linking") ? 01777 : 0777);
     }
+    if (c.setup.starts_with(".Trash linking"))
+      fs::create_directory_symlink("shared", disk + "/.Trash");
     const std::string item = disk + "/d e/f%.txt";
     writeFile(item, "on disk");
     const std::string local = tree.file("local.txt", 1);
@@ -299,7 +303,7 @@ TEST_F(TrashTest, ItemsOnASecondDiskGoToThatDisksOwnTrash) {
     EXPECT_EQ(trashInfoPath(infoText((*mapping)[0].second)), "d e/f%.txt");
     EXPECT_EQ(parentPath((*mapping)[1].second), home + "/files");
     EXPECT_EQ(statOf(c.trash).st_mode & 07777, 0700u) << c.setup;
-    if (setup == "none" && haveCommand("trash-list")) {
+    if (c.setup == "nothing" && haveCommand("trash-list")) {
       const test::ProcessRun run = trashCli({"trash-list"});
       EXPECT_NE(run.out.find(" " + item + "\n"), std::string::npos) << run.out << run.err;
     }
