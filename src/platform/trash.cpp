@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -200,7 +201,7 @@ void updateDirectorySizes(const TrashFolder& trash, const std::vector<TrashedFol
   }
   const std::string text = updatedDirectorySizes(existing, added, removed);
   if (in >= 0 && text == existing) return;
-  static unsigned counter = 0;
+  static std::atomic<unsigned> counter = 0;
   const std::string temporary =
       "directorysizes." + std::to_string(getpid()) + "." + std::to_string(++counter) + ".pending";
   const int out = calls.openat(trash.folderFd, temporary.c_str(),

@@ -113,15 +113,10 @@ class TrashTest : public ::testing::Test {
 };
 
 TEST_F(TrashTest, EveryNameGoesToTheHomeTrashWithATrashInfoThatDecodesToItsPath) {
-  const std::vector<std::string> names = {"plain.txt",
-                                          "with space",
-                                          "100% sure",
-                                          "line\nbreak",
-                                          "bytes \xff\xfe",
-                                          "caf\xc3\xa9",
-                                          std::string(250, 'n') + "\xc3\xa9",
-                                          "taken.txt",
-                                          "folder"};
+  const std::string longName = std::string(250, 'n') + "\xc3\xa9";  // no room for ".trashinfo"
+  const std::vector<std::string> names = {"plain.txt",   "with space",     "100% sure",
+                                          "line\nbreak", "bytes \xff\xfe", "caf\xc3\xa9",
+                                          longName,      "taken.txt",      "folder"};
   std::vector<std::string> paths;
   for (const std::string& name : names)
     paths.push_back(name == "folder" ? tree.folder("items/folder")
