@@ -52,6 +52,14 @@ TEST_F(CleanupTest, AnUnsafeItemStopsTheWholeQueueBeforeAnythingMoves) {
   EXPECT_FALSE(exists("trash/files/a"));
 }
 
+TEST_F(CleanupTest, AScanMadeThroughALinkToItsFolderStillMovesItsItems) {
+  const std::string link = tree.symlink(scan, "link");
+  const TrashOutcome outcome = moveItemsToTrash({link + "/b"}, link, rule, options);
+  ASSERT_EQ(outcome.status, TrashOutcome::Status::Moved) << outcome.error->description;
+  EXPECT_EQ(outcome.mapping, (TrashMapping{{link + "/b", tree.path("trash/files/b")}}));
+  EXPECT_FALSE(exists("scan/b"));
+}
+
 TEST_F(CleanupTest, MovedItemsShrinkTheSavedScanAndUndoRestoresAllButAnOccupiedPlace) {
   const uint64_t sizeA = sizeAt(scan + "/a");
   const uint64_t moved = sizeA + sizeAt(scan + "/dir");
