@@ -1,14 +1,19 @@
 // A window showing the scan browser on a saved scan, for looking at it by hand (not a test).
 //
 // usage: browser_demo SCAN.sqlite [--size WxH] [--open NAME/NAME] [--hover ANGLE RADIUS]
-//                     [--screenshot FILE.png]
+//                     [--queue PATH]... [--expand] [--confirm | --cleanup]
+//                     [--trash FOLDER] [--screenshot FILE.png]
 // --open goes into the folder at that path below the root (by names, through the list's rules).
 // --hover moves the pointer to a chart angle in degrees (clockwise from three o'clock) and an
 // unscaled radius, a real pointer move; when the chart has not previewed the segment after a
 // second, the demo asks for the preview the way the chart does. --screenshot saves the whole
-// screen after three seconds and quits.
+// screen after three seconds and quits. --queue puts a path into the Delete Queue, --expand
+// opens its table, --confirm opens the delete confirmation and --cleanup confirms it (the items
+// really go to the Trash: give --trash a scratch folder to keep them out of the user's).
+#include <QAbstractButton>
 #include <QApplication>
 #include <QCursor>
+#include <QMessageBox>
 #include <QPixmap>
 #include <QScreen>
 #include <QTimer>
@@ -20,6 +25,9 @@
 #include "browser/scan_browser.h"
 #include "browser/sunburst_angles.h"
 #include "browser/sunburst_view.h"
+#include "cleanup/cleanup_flow.h"
+#include "cleanup/collector_panel.h"
+#include "cleanup/delete_queue.h"
 #include "store/scan_store.h"
 
 namespace {
@@ -44,7 +52,9 @@ int main(int argc, char** argv) {
   }
   int width = 1180, height = 720;
   double hoverAngle = -1, hoverRadius = 0;
-  std::string open;
+  std::string open, trash;
+  std::vector<std::string> queued;
+  bool expand = false, confirm = false, cleanup = false;
   QString screenshot;
   for (int i = 2; i < argc; ++i) {
     const std::string arg = argv[i];
@@ -54,6 +64,16 @@ int main(int argc, char** argv) {
       open = argv[++i];
     } else if (arg == "--screenshot" && i + 1 < argc) {
       screenshot = QString::fromLocal8Bit(argv[++i]);
+    } else if (arg == "--queue" && i + 1 < argc) {
+      queued.push_back(argv[++i]);
+    } else if (arg == "--trash" && i + 1 < argc) {
+      trash = argv[++i];
+    } else if (arg == "--expand") {
+      expand = true;
+    } else if (arg == "--confirm") {
+      confirm = true;
+    } else if (arg == "--cleanup") {
+      confirm = cleanup = true;
     } else if (arg == "--hover" && i + 2 < argc) {
       hoverAngle = std::atof(argv[++i]);
       hoverRadius = std::atof(argv[++i]);
@@ -65,7 +85,9 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "%s\n", error.description.c_str());
     return 1;
   }
-  tw::ScanBrowser browser(store->rootNode());
+  tw::ScanBrowser::Options options;
+  options.cleanup.trash.homeTrash = trash;
+  tw::ScanBrowser browser(store->rootNode(), options);
   store.reset();
   browser.setWindowTitle("Tarnwell");
   browser.resize(width, height);
@@ -80,6 +102,19 @@ int main(int argc, char** argv) {
   QObject::connect(&browser, &tw::ScanBrowser::readErrorReported,
                    [](const QString& text) { std::printf("read error: %s\n", qPrintable(text)); });
   browser.show();
+  for (const std::string& path : queued)
+    if (!browser.deleteQueue()->collectPath(path))
+      std::fprintf(stderr, "not queued: %s\n", path.c_str());
+  if (expand) browser.collectorPanel()->setCollectorExpanded(true, false);
+  if (confirm) {
+    QTimer::singleShot(800, [&browser, cleanup] {
+      browser.deleteCollectedItems();
+      QMessageBox* sheet = browser.cleanupFlow()->openSheet();
+      if (!cleanup || !sheet) return;
+      for (QAbstractButton* button : sheet->buttons())
+        if (button->text() == "Delete") button->click();
+    });
+  }
   if (hoverAngle >= 0) {
     QTimer::singleShot(600, [&] {
       tw::SunburstView* chart = browser.sunburstView();

@@ -19,8 +19,11 @@
 #include "browser/scan_list_view.h"
 #include "browser/sunburst_view.h"
 #include "browser/volume_presentation.h"
+#include "cleanup/collector_panel.h"
+#include "cleanup/delete_queue.h"
 #include "platform/file_manager.h"
 #include "platform/file_url.h"
+#include "platform/paths.h"
 #include "platform/terminal_launcher.h"
 #include "store/scan_store.h"
 #include "ui/byte_count.h"
@@ -56,6 +59,11 @@ ScanBrowser::ScanBrowser(ScanNodeRef root, Options options, QWidget* parent)
   if (!options_.revealInFiles) options_.revealInFiles = revealInFileManager;
   if (scanRoot_) prepareVolumePresentationForRoot(*scanRoot_, *options_.volumeLayout);
   currentNode_ = scanRoot_.get();
+  queue_ = new DeleteQueue(this);
+  queue_->setScanRoot(scanRoot_);
+  isNodeRepresentedInCollector_ = [this](const ScanNode* node) {
+    return queue_->isNodeRepresented(node);
+  };
   buildWidgets();
   setAcceptDrops(true);
   refreshAnimated(false);
@@ -159,11 +167,32 @@ void ScanBrowser::buildWidgets() {
   status_->setStyleSheet(QStringLiteral("color: %1;").arg(htmlColor(palette::kSystemOrange)));
   status_->hide();
   sideColumn->addWidget(status_);
+  sideColumn->addSpacing(8);
+  collector_ = new CollectorPanel(queue_, side);
+  sideColumn->addWidget(collector_);
   splitter_->addWidget(side);
   splitter_->setStretchFactor(0, 3);
   splitter_->setStretchFactor(1, 2);
 
   preview_ = new PreviewWindow(this);
+
+  sunburst_->setSizeFunction([this](const ScanNode* node) {
+    if (isNodeRepresentedInCollector_ && isNodeRepresentedInCollector_(node)) return uint64_t{0};
+    return queue_->remainingSize(node);
+  });
+  connect(list_, &ScanListView::collectRequested, this, &ScanBrowser::collectSelectedItem);
+  connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+          &ScanBrowser::collectorChanged);
+  connect(queue_, &DeleteQueue::changed, this, &ScanBrowser::collectorDidChange);
+  cleanup_ = new CleanupFlow(queue_, this, options_.cleanup, this);
+  cleanup_->setScanRoot(scanRoot_);
+  connect(collector_, &CollectorPanel::deleteRequested, cleanup_,
+          &CleanupFlow::deleteCollectedItems);
+  connect(cleanup_, &CleanupFlow::statusMessage, collector_, &CollectorPanel::showStatusMessage);
+  connect(cleanup_, &CleanupFlow::statusCleared, collector_, &CollectorPanel::refreshCollector);
+  connect(cleanup_, &CleanupFlow::runningChanged, collector_, &CollectorPanel::setCleanupRunning);
+  connect(cleanup_, &CleanupFlow::reloadRequested, this,
+          &ScanBrowser::reloadSnapshotPreservingCurrentPath);
 }
 
 // --- Navigation ------------------------------------------------------------------------------
@@ -226,6 +255,82 @@ void ScanBrowser::setIsNodeRepresentedInCollector(
     std::function<bool(const ScanNode*)> isRepresented) {
   isNodeRepresentedInCollector_ = std::move(isRepresented);
   reloadList();
+}
+
+// --- Delete Queue ----------------------------------------------------------------------------
+
+bool ScanBrowser::canCollectSelectedItem() const {
+  return list_->selectionModel()->hasSelection();
+}
+
+bool ScanBrowser::hasCollectedItems() const {
+  return !queue_->isEmpty();
+}
+
+void ScanBrowser::collectSelectedItem() {
+  // Paths first: each accepted item changes the rows.
+  std::vector<std::string> paths;
+  for (const QModelIndex& index : list_->selectionModel()->selectedRows())
+    if (ScanNode* node = rows_->nodeAt(index)) paths.push_back(node->path());
+  for (const std::string& path : paths) queue_->collectPath(path);
+}
+
+void ScanBrowser::removeAllCollectedItems() {
+  queue_->removeAll();
+}
+
+void ScanBrowser::deleteCollectedItems() {
+  cleanup_->deleteCollectedItems();
+}
+
+void ScanBrowser::collectorDidChange() {
+  sunburst_->rebuildSegments();
+  sunburst_->update();
+  reloadList();
+  emit collectorChanged();
+}
+
+void ScanBrowser::reloadSnapshotPreservingCurrentPath() {
+  std::shared_ptr<ScanStore> store = scanRoot_ ? scanRoot_->scanStore() : nullptr;
+  if (!store) {
+    refreshAnimated(false);
+    return;
+  }
+  const std::string place = currentNode_ ? standardizePath(currentNode_->path()) : std::string();
+  ScanNodeRef fresh = store->rootNode();
+  if (!fresh) return;
+  prepareVolumePresentationForRoot(*fresh, *options_.volumeLayout);
+  const std::string rootPath = standardizePath(fresh->path());
+
+  // The folders from the old place up to the root that the saved scan still holds, deepest
+  // first, linked below the fresh root.
+  std::vector<ScanNodeRef> found;
+  if (!place.empty() && place != rootPath) {
+    for (std::string path = place; !path.empty() && path != rootPath;) {
+      if (ScanNodeRef node = store->nodeAtPath(path)) found.push_back(std::move(node));
+      std::string up = parentPath(path);
+      if (up == path) break;
+      path = std::move(up);
+    }
+  }
+  ScanNode* parent = fresh.get();
+  for (auto it = found.rbegin(); it != found.rend(); ++it) {
+    (*it)->setParent(parent);
+    parent = it->get();
+  }
+  // The old tree goes away with the old root: nothing may point into it any more.
+  preview_->hide();
+  previewNode_ = nullptr;
+  summaryNode_ = nullptr;
+  scanRoot_ = fresh;
+  reloadedPath_ = std::move(found);
+  currentNode_ = reloadedPath_.empty() ? scanRoot_.get() : reloadedPath_.front().get();
+  backHistory_.clear();
+  forwardHistory_.clear();
+  queue_->setScanRoot(scanRoot_);
+  cleanup_->setScanRoot(scanRoot_);
+  emit snapshotDidChange(scanRoot_);
+  refreshAnimated(false);
 }
 
 // --- Chart delegate --------------------------------------------------------------------------
