@@ -30,6 +30,10 @@ struct SafetyRule {
 // symbolic links, and the checks run in the documented order.
 bool isSafeDeletionPath(std::string_view path, std::string_view scanRootPath,
                         const SafetyRule& rule);
+// True when the resolved path is a system folder or lies below one (or the protected homes of
+// `rule`); disks mounted below "/run/media/" and "/media/" stay usable. Cleanup suggestions skip
+// the same paths, so nothing they offer can fail the safety check.
+bool isProtectedPath(std::string_view resolvedPath, const SafetyRule& rule);
 
 // Moving: the safety check over every path first, then one Trash call.
 struct TrashOutcome {

@@ -8,6 +8,7 @@
 #include <QAbstractButton>
 #include <QPushButton>
 #include <QTest>
+#include <QThreadPool>
 #include <filesystem>
 
 #include "browser/scan_browser.h"
@@ -89,13 +90,18 @@ class CleanupFlowTest : public ::testing::Test {
     return nullptr;
   }
   // Confirms the queue and waits for the result sheet.
+  void TearDown() override { QThreadPool::globalInstance()->waitForDone(); }
   void deleteQueued() {
     browser_->deleteCollectedItems();
     QAbstractButton* confirm = button("Delete");
     ASSERT_TRUE(confirm);
     confirm->click();
-    QTRY_VERIFY_WITH_TIMEOUT(
-        flow_->openSheet() && flow_->openSheet()->objectName() == "cleanupResult", 10000);
+    ASSERT_TRUE(QTest::qWaitFor(
+        [this] {
+          return flow_->openSheet() && flow_->openSheet()->objectName() == "cleanupResult";
+        },
+        10000))
+        << browser_->collectorPanel()->statusText().toStdString();
   }
 
   test::DesktopEnvironment world_;
@@ -186,7 +192,7 @@ TEST_F(CleanupFlowTest, WithoutASavedScanTheCleanupWaitsAndThenGivesUp) {
                    [&messages](const QString& text) { messages.push_back(text); });
   flow.moveCollectedItemsToTrash();
   EXPECT_TRUE(flow.isRunning());
-  QTRY_VERIFY(!flow.isRunning());
+  EXPECT_TRUE(QTest::qWaitFor([&flow] { return !flow.isRunning(); }, 5000));
   ASSERT_FALSE(messages.empty());
   EXPECT_EQ(messages.front(), "Finishing the saved scan before cleanup…");
   EXPECT_EQ(messages.back(), "Cleanup stopped because the saved scan could not be updated.");

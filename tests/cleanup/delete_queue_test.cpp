@@ -81,8 +81,11 @@ TEST_F(DeleteQueueTest, RootSyntheticEntriesEmptyFilesAndStrangersAreRefused) {
   QSignalSpy changed(&queue_, &DeleteQueue::changed);
   for (const char* path : {"/r", "/r/empty.txt", "/r/nowhere", "/elsewhere/x", ""})
     EXPECT_FALSE(queue_.collectPath(path)) << path;
-  for (ScanNode* node : root_->children())
-    if (node->isSynthetic()) EXPECT_FALSE(queue_.collectNode(node)) << node->name();
+  for (ScanNode* node : root_->children()) {
+    if (node->isSynthetic()) {
+      EXPECT_FALSE(queue_.collectNode(node)) << node->name();
+    }
+  }
   EXPECT_FALSE(queue_.collectNode(nullptr));
   EXPECT_TRUE(queue_.isEmpty());
   EXPECT_EQ(changed.count(), 0);
@@ -161,7 +164,8 @@ TEST_F(QueueInBrowserTest, QueuedItemsLeaveTheListAndTheChartAndComeBack) {
   QSignalSpy changed(browser_.get(), &ScanBrowser::collectorChanged);
   selectRows({"pics"});
   QTest::keyClick(browser_->listView(), Qt::Key_Delete);
-  EXPECT_EQ(listed(), (Names{"docs", kSmallerObjectsName, kOtherSystemDataName, kHiddenSpaceName}));
+  EXPECT_EQ(listed(), (Names{"docs", std::string(kSmallerObjectsName),
+                             std::string(kOtherSystemDataName), std::string(kHiddenSpaceName)}));
   EXPECT_FALSE(charted("pics"));
   EXPECT_FALSE(charted("p.jpg"));
   EXPECT_TRUE(charted("a.txt"));
@@ -175,6 +179,10 @@ TEST_F(QueueInBrowserTest, QueuedItemsLeaveTheListAndTheChartAndComeBack) {
   QMimeData dropped;
   dropped.setData("text/uri-list", fileUrlForPath("/r/docs/a.txt") + "\r\n" +
                                        fileUrlForPath("/not/scanned") + "\r\n");
+  // The drop goes where the drag entered, as during a real drag.
+  QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, &dropped, Qt::LeftButton, Qt::NoModifier);
+  QCoreApplication::sendEvent(panel, &enter);
+  EXPECT_TRUE(panel->icon()->isDropTarget());
   QDropEvent drop(QPointF(5, 5), Qt::CopyAction, &dropped, Qt::LeftButton, Qt::NoModifier);
   QCoreApplication::sendEvent(panel, &drop);
   EXPECT_TRUE(drop.isAccepted());

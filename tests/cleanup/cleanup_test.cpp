@@ -1,0 +1,7 @@
+#include "cleanup/cleanup.h"
+
+#include <gtest/gtest.h>
+
+TEST(Cleanup, Builds) {
+  SUCCEED();
+}
