@@ -6,8 +6,8 @@
 // --open goes into the folder at that path below the root (by names, through the list's rules).
 // --hover moves the pointer to a chart angle in degrees (clockwise from three o'clock) and an
 // unscaled radius, a real pointer move; when the chart has not previewed the segment after a
-// second, the demo asks for the preview the way the chart does. --screenshot saves the whole
-// screen after three seconds and quits. --queue puts a path into the Delete Queue, --expand
+// second, the demo asks for the preview the way the chart does. --screenshot saves the window
+// after three seconds and quits. --queue puts a path into the Delete Queue, --expand
 // opens its table, --confirm opens the delete confirmation and --cleanup confirms it (the items
 // really go to the Trash: give --trash a scratch folder to keep them out of the user's).
 #include <QAbstractButton>
@@ -22,6 +22,7 @@
 #include <numbers>
 #include <string>
 
+#include "app/appearance.h"
 #include "browser/scan_browser.h"
 #include "browser/sunburst_angles.h"
 #include "browser/sunburst_view.h"
@@ -45,6 +46,7 @@ tw::ScanNode* childNamed(tw::ScanNode* node, std::string_view name) {
 
 int main(int argc, char** argv) {
   QApplication app(argc, argv);
+  tw::applyDarkAppearance(app);
   if (argc < 2) {
     std::fprintf(stderr, "usage: %s SCAN.sqlite [--size WxH] [--open A/B] [--hover A R]\n",
                  argv[0]);
@@ -132,7 +134,9 @@ int main(int argc, char** argv) {
   }
   if (!screenshot.isEmpty()) {
     QTimer::singleShot(3000, [&] {
-      QGuiApplication::primaryScreen()->grabWindow(0).save(screenshot);
+      QGuiApplication::primaryScreen()
+          ->grabWindow(0, browser.x(), browser.y(), browser.width(), browser.height())
+          .save(screenshot);
       QApplication::quit();
     });
   }

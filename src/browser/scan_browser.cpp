@@ -176,10 +176,13 @@ void ScanBrowser::buildWidgets() {
 
   preview_ = new PreviewWindow(this);
 
-  sunburst_->setSizeFunction([this](const ScanNode* node) {
+  // The chart and the list's sizes show what will be left after the cleanup.
+  auto remainingSize = [this](const ScanNode* node) {
     if (isNodeRepresentedInCollector_ && isNodeRepresentedInCollector_(node)) return uint64_t{0};
     return queue_->remainingSize(node);
-  });
+  };
+  sunburst_->setSizeFunction(remainingSize);
+  rows_->setSizeFunction(remainingSize);
   connect(list_, &ScanListView::collectRequested, this, &ScanBrowser::collectSelectedItem);
   connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
           &ScanBrowser::collectorChanged);

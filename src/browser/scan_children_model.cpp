@@ -51,7 +51,8 @@ QVariant ScanChildrenModel::data(const QModelIndex& index, int role) const {
   switch (role) {
     case Qt::DisplayRole:
       return nameColumn ? displayText(node->name())
-                        : QString::fromStdString(formatByteCount(node->size()));
+                        : QString::fromStdString(
+                              formatByteCount(sizeOf_ ? sizeOf_(node) : node->size()));
     case Qt::ToolTipRole:
       return nameColumn ? displayText(node->name()) : QVariant();
     case Qt::DecorationRole:

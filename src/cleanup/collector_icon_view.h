@@ -23,7 +23,7 @@ class CollectorIconView : public QWidget {
   void setDropTarget(bool on);
   bool isDropTarget() const { return dropTarget_; }
 
-  QSize sizeHint() const override { return {46, 46}; }
+  QSize sizeHint() const override { return {54, 46}; }
 
  signals:
   void clicked();
