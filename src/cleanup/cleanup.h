@@ -50,19 +50,25 @@ TrashOutcome moveItemsToTrash(const std::vector<std::string>& paths, std::string
 
 // Marking: the moved items found in the saved scan and marked deleted, or an error and nothing
 // marked ("One or more files could not be found in the saved scan." when any is missing).
+inline constexpr const char* kMovedItemsNotFoundMessage =
+    "One or more files could not be found in the saved scan.";
 struct MarkOutcome {
   std::vector<ScanNodeRef> markedNodes;
   std::optional<Error> error;
 };
 MarkOutcome markMovedItems(ScanStore& store, const TrashMapping& mapping);
 
-// Undo: each pair moved back unless something now occupies its original place. Files only; the
-// caller unmarks the restored nodes with ScanStore::setNodes(…, false).
+// Undo: each pair moved back unless something now occupies its original place. Files only;
+// unmarkRestoredItems then gives the saved scan its items back.
 struct TrashRestoreOutcome {
   std::vector<std::string> restoredPaths;  // original paths now back in place
   std::vector<std::string> failedNames;    // last path component of each pair that failed
   TrashMapping remaining;                  // the failed pairs, for another Undo
 };
 TrashRestoreOutcome restoreItems(const TrashMapping& mapping, const TrashOptions& options = {});
+// Unmarks the nodes of `markedNodes` whose path is among `restoredPaths` (what restoreItems put
+// back); true when there is nothing to unmark.
+bool unmarkRestoredItems(ScanStore& store, const std::vector<ScanNodeRef>& markedNodes,
+                         const std::vector<std::string>& restoredPaths, Error* error = nullptr);
 
 }  // namespace tw
