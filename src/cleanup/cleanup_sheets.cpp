@@ -99,7 +99,8 @@ CleanupResultSheet makeCleanupResult(QWidget* parent, std::size_t count,
   sheet.undoButton = sheet.box->addButton(QStringLiteral("Undo Cleanup"), QMessageBox::ActionRole);
   sheet.viewTrashButton =
       sheet.box->addButton(QStringLiteral("View Trash"), QMessageBox::ActionRole);
-  sheet.doneButton = sheet.box->addButton(QStringLiteral("Done"), QMessageBox::AcceptRole);
+  // One role for all three keeps them in this order on every desktop's button layout.
+  sheet.doneButton = sheet.box->addButton(QStringLiteral("Done"), QMessageBox::ActionRole);
   sheet.box->setDefaultButton(sheet.doneButton);
   sheet.box->setEscapeButton(sheet.doneButton);
   return sheet;

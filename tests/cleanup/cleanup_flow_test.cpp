@@ -55,7 +55,9 @@ TEST(CleanupTexts, SingularAndPluralForms) {
 // scanned, saved and opened from its saved scan in a browser on screen.
 class CleanupFlowTest : public ::testing::Test {
  protected:
-  void SetUp() override {
+  void SetUp() override { setUpWorld(500); }
+  // `markOnPoolAbove`: the queue length above which marking runs on the pool.
+  void setUpWorld(std::size_t markOnPoolAbove) {
     data_ = world_.tree.folder("data");
     world_.tree.file("data/one.bin", 8192);
     world_.tree.file("data/keep/deep/three.bin", 12288);
@@ -74,6 +76,7 @@ class CleanupFlowTest : public ::testing::Test {
     options.cleanup.safety = SafetyRule{world_.home(), {}};
     options.cleanup.trash.homeTrash = trash_;
     options.cleanup.openFolder = [this](const std::string& folder) { opened_.push_back(folder); };
+    options.cleanup.markOnPoolAbove = markOnPoolAbove;
     browser_ = std::make_unique<ScanBrowser>(store->rootNode(), options);
     browser_->resize(1000, 700);
     browser_->show();
@@ -111,6 +114,13 @@ class CleanupFlowTest : public ::testing::Test {
   CleanupFlow* flow_ = nullptr;
 };
 
+// The same world, marking on the GUI thread (500) or on the pool (1).
+class CleanupMarkingTest : public CleanupFlowTest,
+                           public ::testing::WithParamInterface<std::size_t> {
+ protected:
+  void SetUp() override { setUpWorld(GetParam()); }
+};
+
 TEST_F(CleanupFlowTest, AnItemThatFailsTheSafetyCheckStopsTheWholeQueue) {
   DeleteQueue* queue = browser_->deleteQueue();
   ASSERT_TRUE(queue->collectPath(data_ + "/one.bin"));
@@ -127,7 +137,7 @@ TEST_F(CleanupFlowTest, AnItemThatFailsTheSafetyCheckStopsTheWholeQueue) {
   EXPECT_TRUE(flow_->lastTrashMapping().empty());
 }
 
-TEST_F(CleanupFlowTest, CleanupShrinksTheScanKeepsThePlaceAndUndoRetriesWhatWasBlocked) {
+TEST_P(CleanupMarkingTest, CleanupShrinksTheScanKeepsThePlaceAndUndoRetriesWhatWasBlocked) {
   const uint64_t before = browser_->scanRoot()->size();
   browser_->navigateToNode(node("keep/deep"), true);
   DeleteQueue* queue = browser_->deleteQueue();
@@ -199,6 +209,8 @@ TEST_F(CleanupFlowTest, WithoutASavedScanTheCleanupWaitsAndThenGivesUp) {
   EXPECT_EQ(messages.size(), 5u);  // four looks, then the stop
   EXPECT_TRUE(std::filesystem::exists(data_ + "/one.bin"));
 }
+
+INSTANTIATE_TEST_SUITE_P(MarkingThread, CleanupMarkingTest, ::testing::Values(500, 1));
 
 }  // namespace
 }  // namespace tw

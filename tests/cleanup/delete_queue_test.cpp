@@ -189,6 +189,9 @@ TEST_F(QueueInBrowserTest, QueuedItemsLeaveTheListAndTheChartAndComeBack) {
   EXPECT_EQ(queue->count(), 2);
   EXPECT_FALSE(charted("a.txt"));
   EXPECT_EQ(panel->statusText(), "B collected");  // 700 B
+  // The list shows what a folder will hold after the cleanup.
+  ScanChildrenModel* rows = browser_->listModel();
+  EXPECT_EQ(rows->index(0, ScanChildrenModel::kSizeColumn).data().toString(), "200 B");
 
   // The icon opens the table; its remove button returns an item.
   QTest::mouseClick(panel->icon(), Qt::LeftButton);
