@@ -1,15 +1,16 @@
 // A window showing the scan browser on a saved scan, for looking at it by hand (not a test).
 //
 // usage: browser_demo SCAN.sqlite [--size WxH] [--open NAME/NAME] [--hover ANGLE RADIUS]
-//                     [--queue PATH]... [--expand] [--confirm | --cleanup]
+//                     [--queue PATH]... [--expand [ROW]] [--confirm | --cleanup]
 //                     [--trash FOLDER] [--screenshot FILE.png]
 // --open goes into the folder at that path below the root (by names, through the list's rules).
 // --hover moves the pointer to a chart angle in degrees (clockwise from three o'clock) and an
 // unscaled radius, a real pointer move; when the chart has not previewed the segment after a
 // second, the demo asks for the preview the way the chart does. --screenshot saves the window
 // after three seconds and quits. --queue puts a path into the Delete Queue, --expand
-// opens its table, --confirm opens the delete confirmation and --cleanup confirms it (the items
-// really go to the Trash: give --trash a scratch folder to keep them out of the user's).
+// opens its table (and with a row number puts the pointer on that row), --confirm opens the delete
+// confirmation and --cleanup confirms it (the items really go to the Trash: give --trash a scratch
+// folder to keep them out of the user's).
 #include <QAbstractButton>
 #include <QApplication>
 #include <QCursor>
@@ -17,6 +18,7 @@
 #include <QPixmap>
 #include <QScreen>
 #include <QTimer>
+#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <numbers>
@@ -28,6 +30,7 @@
 #include "browser/sunburst_view.h"
 #include "cleanup/cleanup_flow.h"
 #include "cleanup/collector_panel.h"
+#include "cleanup/collector_table_view.h"
 #include "cleanup/delete_queue.h"
 #include "store/scan_store.h"
 
@@ -57,6 +60,7 @@ int main(int argc, char** argv) {
   std::string open, trash;
   std::vector<std::string> queued;
   bool expand = false, confirm = false, cleanup = false;
+  int pointedRow = -1;
   QString screenshot;
   for (int i = 2; i < argc; ++i) {
     const std::string arg = argv[i];
@@ -72,6 +76,8 @@ int main(int argc, char** argv) {
       trash = argv[++i];
     } else if (arg == "--expand") {
       expand = true;
+      if (i + 1 < argc && std::isdigit(static_cast<unsigned char>(argv[i + 1][0])))
+        pointedRow = std::atoi(argv[++i]);
     } else if (arg == "--confirm") {
       confirm = true;
     } else if (arg == "--cleanup") {
@@ -108,6 +114,13 @@ int main(int argc, char** argv) {
     if (!browser.deleteQueue()->collectPath(path))
       std::fprintf(stderr, "not queued: %s\n", path.c_str());
   if (expand) browser.collectorPanel()->setCollectorExpanded(true, false);
+  if (pointedRow >= 0) {
+    QTimer::singleShot(600, [&browser, pointedRow] {
+      tw::CollectorTableView* table = browser.collectorPanel()->tableView();
+      const QRect row = table->visualRect(table->model()->index(pointedRow, 0));
+      QCursor::setPos(table->viewport()->mapToGlobal(row.center()));
+    });
+  }
   if (confirm) {
     QTimer::singleShot(800, [&browser, cleanup] {
       browser.deleteCollectedItems();
