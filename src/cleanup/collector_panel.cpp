@@ -112,6 +112,8 @@ CollectorPanel::CollectorPanel(DeleteQueue* queue, QWidget* parent)
     fade_->setOpacity(expanded_ ? t : 1.0 - t);
   });
   connect(animation_, &QVariantAnimation::finished, this, [this] {
+    // At rest the table paints directly, not through the fade's off-screen picture.
+    fade_->setEnabled(false);
     if (!expanded_) tablePanel_->hide();
   });
 
@@ -168,6 +170,7 @@ void CollectorPanel::setCollectorExpanded(bool expanded, bool animated) {
   icon_->setExpanded(expanded);
   icon_->setAccessibleName(collector::toggleAccessibleText(expanded));
   if (expanded && changed) {
+    fade_->setEnabled(true);
     fade_->setOpacity(0);
     tablePanel_->show();
   }
@@ -181,9 +184,11 @@ void CollectorPanel::applyPanelHeight(bool animated) {
   if (!animated || prefersReducedMotion()) {
     tablePanel_->setFixedHeight(target);
     fade_->setOpacity(1);
+    fade_->setEnabled(false);
     tablePanel_->setVisible(expanded_);
     return;
   }
+  fade_->setEnabled(true);
   animation_->setProperty("fromHeight", tablePanel_->height());
   animation_->setProperty("toHeight", target);
   animation_->setStartValue(0.0);
