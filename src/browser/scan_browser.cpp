@@ -19,6 +19,7 @@
 #include "browser/scan_list_view.h"
 #include "browser/sunburst_view.h"
 #include "browser/volume_presentation.h"
+#include "cleanup/collector_icon_view.h"
 #include "cleanup/collector_panel.h"
 #include "cleanup/delete_queue.h"
 #include "platform/file_manager.h"
@@ -184,6 +185,8 @@ void ScanBrowser::buildWidgets() {
   sunburst_->setSizeFunction(remainingSize);
   rows_->setSizeFunction(remainingSize);
   connect(list_, &ScanListView::collectRequested, this, &ScanBrowser::collectSelectedItem);
+  connect(list_, &ScanListView::rowDragActive, collector_->icon(),
+          &CollectorIconView::setDragAvailable);
   connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
           &ScanBrowser::collectorChanged);
   connect(queue_, &DeleteQueue::changed, this, &ScanBrowser::collectorDidChange);

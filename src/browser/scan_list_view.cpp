@@ -57,6 +57,12 @@ void ScanListView::keyPressEvent(QKeyEvent* event) {
   QTreeView::keyPressEvent(event);
 }
 
+void ScanListView::startDrag(Qt::DropActions supportedActions) {
+  emit rowDragActive(true);
+  QTreeView::startDrag(supportedActions);  // returns when the drag is over
+  emit rowDragActive(false);
+}
+
 void ScanListView::contextMenuEvent(QContextMenuEvent* event) {
   const QModelIndex index = indexAt(event->pos());
   if (!index.isValid()) return;

@@ -27,12 +27,15 @@ class ScanListView : public QTreeView {
   void parentRequested();
   void previewToggleRequested();
   void collectRequested();
+  // Rows are being dragged out of the list (true until the drag ends).
+  void rowDragActive(bool active);
 
  protected:
   void keyPressEvent(QKeyEvent* event) override;
   void mouseMoveEvent(QMouseEvent* event) override;
   void leaveEvent(QEvent* event) override;
   void contextMenuEvent(QContextMenuEvent* event) override;
+  void startDrag(Qt::DropActions supportedActions) override;
 
  private:
   void setHoveredNode(ScanNode* node);

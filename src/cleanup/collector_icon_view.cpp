@@ -40,6 +40,12 @@ void CollectorIconView::setDropTarget(bool on) {
   update();
 }
 
+void CollectorIconView::setDragAvailable(bool on) {
+  if (on == dragAvailable_) return;
+  dragAvailable_ = on;
+  update();
+}
+
 void CollectorIconView::paintEvent(QPaintEvent*) {
   QPainter p(this);
   p.setRenderHint(QPainter::Antialiasing);
@@ -47,10 +53,12 @@ void CollectorIconView::paintEvent(QPaintEvent*) {
   const QColor secondary = toQColor(palette::kSecondaryText);
   const QRectF box = QRectF(rect()).adjusted(3, 3, -3, -3);
 
-  // The tray: a rounded square, tinted while it holds items or a drag hovers over it.
+  // The tray: a rounded square, tinted while it holds items or a drag hovers over it, its edge
+  // lit while rows are being dragged.
+  const bool inviting = dropTarget_ || dragAvailable_;
   QColor fill = toQColor(palette::kPanel).lighter(dropTarget_ ? 170 : 125);
   if (hasItems_ && !dropTarget_) fill = QColor(accent.red(), accent.green(), accent.blue(), 46);
-  p.setPen(QPen(dropTarget_ || hasItems_ ? accent : secondary, dropTarget_ ? 2.0 : 1.2,
+  p.setPen(QPen(inviting || hasItems_ ? accent : secondary, inviting ? 2.0 : 1.2,
                 hasItems_ || dropTarget_ ? Qt::SolidLine : Qt::DashLine));
   p.setBrush(fill);
   p.drawRoundedRect(box, 9, 9);
@@ -76,7 +84,7 @@ void CollectorIconView::paintEvent(QPaintEvent*) {
   }
   // Empty: an arrow pointing into the tray.
   const QPointF c = box.center();
-  p.setPen(QPen(dropTarget_ ? accent : secondary, 1.6, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+  p.setPen(QPen(inviting ? accent : secondary, 1.6, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
   p.drawLine(QPointF(c.x(), c.y() - 9), QPointF(c.x(), c.y() + 5));
   p.drawLine(QPointF(c.x() - 5, c.y()), QPointF(c.x(), c.y() + 5));
   p.drawLine(QPointF(c.x() + 5, c.y()), QPointF(c.x(), c.y() + 5));

@@ -1,5 +1,6 @@
 // The Delete Queue's icon: a tray that shows the queued amount ("999", "1.2") and its state (empty
-// or holding items, panel open, a drag over the queue). Clicking it opens or closes the panel.
+// or holding items, panel open, rows being dragged, a drag over the queue). Clicking it opens or
+// closes the panel.
 #pragma once
 
 #include <QString>
@@ -22,6 +23,9 @@ class CollectorIconView : public QWidget {
   bool isExpanded() const { return expanded_; }
   void setDropTarget(bool on);
   bool isDropTarget() const { return dropTarget_; }
+  // Rows are being dragged somewhere in the window and could be dropped here.
+  void setDragAvailable(bool on);
+  bool isDragAvailable() const { return dragAvailable_; }
 
   QSize sizeHint() const override { return {54, 46}; }
 
@@ -38,6 +42,7 @@ class CollectorIconView : public QWidget {
   bool hasItems_ = false;
   bool expanded_ = false;
   bool dropTarget_ = false;
+  bool dragAvailable_ = false;
 };
 
 }  // namespace tw
