@@ -3,10 +3,13 @@
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QFileIconProvider>
+#include <QGraphicsOpacityEffect>
 #include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QLabel>
 #include <QMimeData>
+#include <QParallelAnimationGroup>
+#include <QPropertyAnimation>
 #include <QSplitter>
 #include <QUrl>
 #include <QVBoxLayout>
@@ -25,6 +28,7 @@
 #include "platform/file_manager.h"
 #include "platform/file_url.h"
 #include "platform/paths.h"
+#include "platform/reduce_motion.h"
 #include "platform/terminal_launcher.h"
 #include "store/scan_store.h"
 #include "ui/byte_count.h"
@@ -36,6 +40,7 @@ namespace tw {
 namespace {
 
 constexpr int kSizeColumnWidth = 96;
+constexpr std::size_t kMaxFlyingRows = 12;
 
 QString htmlColor(const Rgba& colour) {
   return toQColor(colour).name();
@@ -190,6 +195,16 @@ void ScanBrowser::buildWidgets() {
   connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
           &ScanBrowser::collectorChanged);
   connect(queue_, &DeleteQueue::changed, this, &ScanBrowser::collectorDidChange);
+  connect(collector_, &CollectorPanel::itemReturned, this,
+          [this](const std::string& path, const QPixmap& picture, const QRect& rect) {
+            const auto& nodes = rows_->nodes();
+            for (std::size_t row = 0; row < nodes.size(); ++row) {
+              if (nodes[row]->path() != path) continue;
+              animateRowPicture(picture, rect.translated(collector_->mapTo(this, QPoint(0, 0))),
+                                rectInBrowserForMainRow(static_cast<int>(row)));
+              return;
+            }
+          });
   cleanup_ = new CleanupFlow(queue_, this, options_.cleanup, this);
   cleanup_->setScanRoot(scanRoot_);
   connect(collector_, &CollectorPanel::deleteRequested, cleanup_,
@@ -274,11 +289,66 @@ bool ScanBrowser::hasCollectedItems() const {
 }
 
 void ScanBrowser::collectSelectedItem() {
-  // Paths first: each accepted item changes the rows.
-  std::vector<std::string> paths;
-  for (const QModelIndex& index : list_->selectionModel()->selectedRows())
-    if (ScanNode* node = rows_->nodeAt(index)) paths.push_back(node->path());
-  for (const std::string& path : paths) queue_->collectPath(path);
+  // Paths and pictures first: each accepted item changes the rows.
+  struct Row {
+    std::string path;
+    QPixmap picture;
+    QRect rect;
+  };
+  std::vector<Row> rows;
+  for (const QModelIndex& index : list_->selectionModel()->selectedRows()) {
+    ScanNode* node = rows_->nodeAt(index);
+    if (!node) continue;
+    // Only rows on screen fly, and only a few of a large selection.
+    QRect rect = rows.size() < kMaxFlyingRows ? rectInBrowserForMainRow(index.row()) : QRect();
+    rows.push_back({node->path(), rect.isEmpty() ? QPixmap() : grab(rect), rect});
+  }
+  const QRect icon(collector_->icon()->mapTo(this, QPoint(0, 0)), collector_->icon()->size());
+  for (const Row& row : rows) {
+    const int before = queue_->count();
+    if (queue_->collectPath(row.path) && queue_->count() != before && !row.rect.isEmpty())
+      animateRowPicture(row.picture, row.rect, icon);
+  }
+}
+
+QRect ScanBrowser::rectInBrowserForMainRow(int row) const {
+  if (row < 0) return {};
+  QRect rect = list_->visualRect(rows_->index(row, ScanChildrenModel::kNameColumn))
+                   .united(list_->visualRect(rows_->index(row, ScanChildrenModel::kSizeColumn)));
+  rect = rect.intersected(list_->viewport()->rect());
+  if (rect.isEmpty()) return {};
+  rect.moveTopLeft(list_->viewport()->mapTo(this, rect.topLeft()));
+  return rect;
+}
+
+void ScanBrowser::animateRowPicture(const QPixmap& picture, const QRect& from, const QRect& to) {
+  if (picture.isNull() || from.isEmpty() || to.isEmpty() || !isVisible() || prefersReducedMotion())
+    return;
+  auto* flight = new QLabel(this);
+  flight->setPixmap(picture);
+  flight->setAttribute(Qt::WA_TransparentForMouseEvents);
+  flight->setGeometry(from);
+  auto* fade = new QGraphicsOpacityEffect(flight);
+  flight->setGraphicsEffect(fade);
+  flight->show();
+  flight->raise();
+  // The copy keeps its size and fades as its centre travels to the target's centre.
+  QEasingCurve easeInOut(QEasingCurve::BezierSpline);
+  easeInOut.addCubicBezierSegment(QPointF(0.42, 0), QPointF(0.58, 1), QPointF(1, 1));
+  auto* flightPath = new QParallelAnimationGroup(flight);
+  auto* move = new QPropertyAnimation(flight, "pos");
+  move->setDuration(320);
+  move->setEasingCurve(easeInOut);
+  move->setStartValue(from.topLeft());
+  move->setEndValue(to.center() - QPoint(from.width() / 2, from.height() / 2));
+  flightPath->addAnimation(move);
+  auto* vanish = new QPropertyAnimation(fade, "opacity");
+  vanish->setDuration(320);
+  vanish->setStartValue(1.0);
+  vanish->setEndValue(0.15);
+  flightPath->addAnimation(vanish);
+  connect(flightPath, &QParallelAnimationGroup::finished, flight, &QObject::deleteLater);
+  flightPath->start();
 }
 
 void ScanBrowser::removeAllCollectedItems() {

@@ -10,6 +10,8 @@
 // folders the chart and the list show are ever loaded.
 #pragma once
 
+#include <QPixmap>
+#include <QRect>
 #include <QString>
 #include <QWidget>
 #include <functional>
@@ -154,6 +156,9 @@ class ScanBrowser : public QWidget {
   void reloadList();
   void reportReadErrorOnce();
   void collectorDidChange();
+  // A copy of a row flies from `from` to `to` (browser coordinates), unless motion is reduced.
+  void animateRowPicture(const QPixmap& picture, const QRect& from, const QRect& to);
+  QRect rectInBrowserForMainRow(int row) const;
 
   Options options_;
   ScanNodeRef scanRoot_;

@@ -11,6 +11,7 @@
 #include <QUrl>
 #include <QVBoxLayout>
 #include <QVariantAnimation>
+#include <algorithm>
 
 #include "cleanup/collector_icon_view.h"
 #include "cleanup/collector_table_view.h"
@@ -120,11 +121,25 @@ CollectorPanel::CollectorPanel(DeleteQueue* queue, QWidget* parent)
   connect(icon_, &CollectorIconView::clicked, this, &CollectorPanel::toggleCollector);
   connect(deleteButton_, &QPushButton::clicked, this, &CollectorPanel::deleteRequested);
   connect(queue_, &DeleteQueue::changed, this, &CollectorPanel::refreshCollector);
-  connect(table_, &CollectorTableView::removeRequested, queue_,
-          [this](int row) { queue_->returnItems({row}); });
-  connect(table_, &CollectorTableView::removeSelectedRequested, queue_,
-          [this](std::vector<int> rows) { queue_->returnItems(std::move(rows)); });
+  connect(table_, &CollectorTableView::removeRequested, this,
+          [this](int row) { returnRows({row}); });
+  connect(table_, &CollectorTableView::removeSelectedRequested, this, &CollectorPanel::returnRows);
   refreshCollector();
+}
+
+void CollectorPanel::returnRows(std::vector<int> rows) {
+  if (rows.empty()) return;
+  const int first = *std::min_element(rows.begin(), rows.end());
+  if (first < 0 || first >= queue_->count()) return;
+  // A picture of the first row, to fly back to the list once the item is there again.
+  const QueuedItem item = queue_->collectedNodes()[static_cast<size_t>(first)];
+  QRect rowRect =
+      table_->visualRect(model_->index(first, CollectorModel::kNameColumn))
+          .united(table_->visualRect(model_->index(first, CollectorModel::kSizeColumn)));
+  const QPixmap picture = table_->viewport()->grab(rowRect);
+  rowRect.moveTopLeft(table_->viewport()->mapTo(this, rowRect.topLeft()));
+  queue_->returnItems(std::move(rows));
+  emit itemReturned(item.path, picture, rowRect);
 }
 
 QString CollectorPanel::statusText() const {

@@ -6,8 +6,12 @@
 // CleanupFlow, which the Delete button asks for.
 #pragma once
 
+#include <QPixmap>
+#include <QRect>
 #include <QString>
 #include <QWidget>
+#include <string>
+#include <vector>
 
 class QLabel;
 class QPushButton;
@@ -49,10 +53,15 @@ class CollectorPanel : public QWidget {
   void showStatusMessage(const QString& text);
   // The Delete button is disabled while a cleanup runs.
   void setCleanupRunning(bool running);
+  // The items at `rows` go back to the browser.
+  void returnRows(std::vector<int> rows);
 
  signals:
   // The Delete button was clicked.
   void deleteRequested();
+  // Queued items went back to the browser; the first one's path, and a picture of its row at
+  // `rect` (in this panel's coordinates), for the flight back to the list.
+  void itemReturned(const std::string& path, const QPixmap& picture, const QRect& rect);
 
  protected:
   void dragEnterEvent(QDragEnterEvent* event) override;
