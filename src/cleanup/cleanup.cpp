@@ -15,8 +15,9 @@ TrashOutcome moveItemsToTrash(const std::vector<std::string>& paths, std::string
                               const SafetyRule& rule, const TrashOptions& options) {
   TrashOutcome outcome;
   // The whole queue passes before anything moves.
+  const SafetyCheck check(scanRootPath, rule);
   for (const std::string& path : paths) {
-    if (isSafeDeletionPath(path, scanRootPath, rule)) continue;
+    if (check.isSafe(path)) continue;
     outcome.status = TrashOutcome::Status::UnsafeItem;
     outcome.unsafePath = path;
     return outcome;

@@ -30,6 +30,17 @@ struct SafetyRule {
 // symbolic links, and the checks run in the documented order.
 bool isSafeDeletionPath(std::string_view path, std::string_view scanRootPath,
                         const SafetyRule& rule);
+// The same check for many paths of one scan: the root and the homes are resolved once.
+class SafetyCheck {
+ public:
+  SafetyCheck(std::string_view scanRootPath, const SafetyRule& rule);
+  bool isSafe(std::string_view path) const;
+
+ private:
+  std::string root_;
+  std::vector<std::string> home_;            // as written and resolved
+  std::vector<std::string> protectedHomes_;  // likewise
+};
 // True when the resolved path is a system folder or lies below one (or the protected homes of
 // `rule`); disks mounted below "/run/media/" and "/media/" stay usable. Cleanup suggestions skip
 // the same paths, so nothing they offer can fail the safety check.

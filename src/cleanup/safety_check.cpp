@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -56,6 +57,23 @@ std::string homeOfUser(uid_t uid) {
   return found->pw_dir;
 }
 
+// The home folders as written and as resolved: a rule may name a home reached through a link.
+std::vector<std::string> bothForms(const std::string& path) {
+  if (path.empty()) return {};
+  return {standardizePath(path), resolvedPath(path)};
+}
+
+bool isProtectedResolvedPath(std::string_view resolved,
+                             const std::vector<std::string>& protectedHomes) {
+  for (std::string_view folder : kRemovableMountFolders)
+    if (isInside(resolved, folder)) return false;
+  for (std::string_view folder : kProtectedPaths)
+    if (isSameOrInside(resolved, folder)) return true;
+  for (const std::string& home : protectedHomes)
+    if (isSameOrInside(resolved, home)) return true;
+  return false;
+}
+
 }  // namespace
 
 SafetyRule SafetyRule::forThisProcess() {
@@ -77,34 +95,34 @@ SafetyRule SafetyRule::forThisProcess() {
   return rule;
 }
 
+SafetyCheck::SafetyCheck(std::string_view scanRootPath, const SafetyRule& rule)
+    : root_(resolvedPath(scanRootPath)), home_(bothForms(rule.homeFolder)) {
+  for (const std::string& home : rule.protectedHomes)
+    for (std::string& form : bothForms(home)) protectedHomes_.push_back(std::move(form));
+}
+
+bool SafetyCheck::isSafe(std::string_view path) const {
+  const std::string p = resolvedPath(path);
+  if (p.empty()) return false;
+  if (p == "/") return false;
+  if (p == root_) return false;
+  if (std::find(home_.begin(), home_.end(), p) != home_.end()) return false;
+  if (!(root_ == "/" || isInside(p, root_))) return false;
+  if (isProtectedResolvedPath(p, protectedHomes_)) return false;
+  struct stat st {};
+  return ::lstat(p.c_str(), &st) == 0;
+}
+
 bool isProtectedPath(std::string_view resolved, const SafetyRule& rule) {
-  for (std::string_view folder : kRemovableMountFolders)
-    if (isInside(resolved, folder)) return false;
-  for (std::string_view folder : kProtectedPaths)
-    if (isSameOrInside(resolved, folder)) return true;
-  for (const std::string& home : rule.protectedHomes) {
-    if (home.empty()) continue;
-    if (isSameOrInside(resolved, standardizePath(home)) ||
-        isSameOrInside(resolved, resolvedPath(home)))
-      return true;
-  }
-  return false;
+  std::vector<std::string> homes;
+  for (const std::string& home : rule.protectedHomes)
+    for (std::string& form : bothForms(home)) homes.push_back(std::move(form));
+  return isProtectedResolvedPath(resolved, homes);
 }
 
 bool isSafeDeletionPath(std::string_view path, std::string_view scanRootPath,
                         const SafetyRule& rule) {
-  const std::string p = resolvedPath(path);
-  const std::string r = resolvedPath(scanRootPath);
-  if (p.empty()) return false;
-  if (p == "/") return false;
-  if (p == r) return false;
-  if (!rule.homeFolder.empty() &&
-      (p == standardizePath(rule.homeFolder) || p == resolvedPath(rule.homeFolder)))
-    return false;
-  if (!(r == "/" || isInside(p, r))) return false;
-  if (isProtectedPath(p, rule)) return false;
-  struct stat st {};
-  return ::lstat(p.c_str(), &st) == 0;
+  return SafetyCheck(scanRootPath, rule).isSafe(path);
 }
 
 }  // namespace tw

@@ -21,9 +21,7 @@ TEST(SafetyCheck, OnlyItemsInsideTheScanOutsideSystemFoldersAndStillThereMayGo) 
   tree.folder("scan/home");
   tree.symlink("/usr/bin", "scan/into-usr");
   tree.symlink(t + "/a", "scan/to-a");
-  tree.symlink("nowhere", "scan/dangling");
   tree.symlink(t, "via-link");
-  tree.folder("outside");
   rule.homeFolder = t + "/home";
   rule.protectedHomes = {t + "/dir"};
   const std::string link = tree.path("via-link");
@@ -34,26 +32,19 @@ TEST(SafetyCheck, OnlyItemsInsideTheScanOutsideSystemFoldersAndStillThereMayGo) 
   };
   const std::vector<Case> cases = {
       {t + "/a", t, true},
-      {t + "/dir/../a", t, true},
-      {t + "/to-a", t, true},  // resolves to a, which is inside
-      {t + "/dangling", t, true},
+      {t + "/to-a", t, true},     // resolves to a, which is inside
       {link + "/a", link, true},  // the scan root reached through a link
       {t + "/a", "/", true},      // a scan of "/" accepts items anywhere
       {"", t, false},
       {"/", "/", false},
-      {t, t, false},
-      {t + "/", t, false},
-      {link, t, false},  // the scanned folder through a link
-      {t + "/home", t, false},
-      {t + "/home", "/", false},
-      {tree.path("outside"), t, false},
-      {t + "/a", t + "/dir", false},
-      {t + "/into-usr", t, false},  // a link into a system folder
-      {"/usr/bin", "/", false},
+      {t + "/", t, false},            // the scanned folder itself
+      {link, t, false},               // the same through a link
+      {t + "/home", "/", false},      // the home folder, even in a scan of "/"
+      {t + "/a", t + "/dir", false},  // outside the scan
+      {t + "/into-usr", t, false},    // a link into a system folder
       {"/etc", "/", false},
       {t + "/dir/b", t, false},  // inside a protected home
-      {t + "/gone", t, false},
-      {t + "/dir/gone", "/", false},
+      {t + "/gone", t, false},   // removed since the scan
   };
   for (const Case& c : cases)
     EXPECT_EQ(isSafeDeletionPath(c.path, c.root, rule), c.safe) << c.path << " in " << c.root;
@@ -62,21 +53,12 @@ TEST(SafetyCheck, OnlyItemsInsideTheScanOutsideSystemFoldersAndStillThereMayGo) 
 TEST(SafetyCheck, SystemFoldersAreProtectedEqualOrBelowExceptRemovableDisks) {
   const SafetyRule rule{"/home/u", {"/home/caller"}};
   const std::vector<std::pair<std::string, bool>> cases = {
-      {"/usr", true},
-      {"/usr/lib/x", true},
-      {"/System/Library", true},
-      {"/private/tmp/x", true},
-      {"/lib64/ld.so", true},
-      {"/var/tmp/x", true},
-      {"/run/user/1000", true},
-      {"/home/caller", true},
-      {"/home/caller/x", true},
-      {"/usrlocal", false},
-      {"/home/u/x", false},
-      {"/home/callerx", false},
-      {"/run/media/u/DISK/x", false},
-      {"/media/DISK/x", false},
-      {"/tmp/x", false},
+      {"/usr", true},           {"/usr/lib/x", true},
+      {"/private/tmp/x", true}, {"/lib64/ld.so", true},
+      {"/run/user/1000", true}, {"/home/caller/x", true},
+      {"/usrlocal", false},     {"/home/u/x", false},
+      {"/home/callerx", false}, {"/run/media/u/D/x", false},
+      {"/media/D/x", false},
   };
   for (const auto& [path, protectedPath] : cases)
     EXPECT_EQ(isProtectedPath(path, rule), protectedPath) << path;
