@@ -118,8 +118,9 @@ void CleanupFlow::moveCollectedItemsToTrash() {
   }
   // The whole queue passes the check before anything moves.
   const std::string rootPath = root_->path();
+  const SafetyCheck check(rootPath, safety_);
   for (const std::string& path : paths) {
-    if (!isSafeDeletionPath(path, rootPath, safety_)) {
+    if (!check.isSafe(path)) {
       setRunning(false);
       emit statusMessage(kUnsafeText);
       return;
