@@ -15,5 +15,5 @@ out=$(mktemp -d "$(dirname "$tree")/.tw-trash-bench.XXXXXX")
 trap 'rm -rf "$out"' EXIT
 "$build/tarnwell-scan" --json -o "$out/scan.sqlite" "$tree"
 for _ in $(seq "$rounds"); do
-  "$build/bench/trash_bench" "$out/scan.sqlite" "$out/Trash" "$count"
+  "$build/bench/cleanup_bench" "$out/scan.sqlite" "$out/Trash" "$count"
 done

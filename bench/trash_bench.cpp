@@ -1,20 +1,20 @@
-// Cleanup benchmark on a saved scan: COUNT files spread over the whole scan go to the Trash and
-// are marked deleted in the scan database (the Delete button), then come back and are unmarked
-// (Undo Cleanup). Prints one JSON line of figures; the tree and the scan end as they began.
+// Trash benchmark: moves COUNT small files (folders of 1,000) to a home trash inside WORKDIR in
+// one call, then puts each back, and reports the median time of both over ROUNDS. The move
+// includes the one sync that makes the .trashinfo files durable.
 //
-// usage: trash_bench SCAN_DATABASE HOME_TRASH [COUNT]
-#include <sqlite3.h>
+// usage: trash_bench WORKDIR [COUNT] [ROUNDS]
+#include <fcntl.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
+#include <filesystem>
 #include <string>
 #include <vector>
 
-#include "cleanup/cleanup.h"
-#include "cli/json_line.h"
-#include "store/scan_store.h"
+#include "platform/trash.h"
 
 namespace {
 
@@ -24,117 +24,57 @@ double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
-// CPU seconds of the process so far: on a shared machine, what the wall clock cannot tell apart
-// from waiting for a core.
-double cpuSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
-}
-
-constexpr const char* kFiles =
-    "FROM items WHERE is_deleted=0 AND is_directory=0 AND is_aggregate=0 AND is_virtual=0 AND "
-    "size>0";
-
-// `count` file paths evenly spread over the scan in write order (so over all its folders).
-std::vector<std::string> spreadFiles(const std::string& database, uint64_t count) {
-  std::vector<std::string> paths;
-  sqlite3* db = nullptr;
-  if (sqlite3_open_v2(database.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK)
-    return paths;
-  sqlite3_stmt* statement = nullptr;
-  uint64_t files = 0;
-  sqlite3_prepare_v2(db, (std::string("SELECT COUNT(*) ") + kFiles).c_str(), -1, &statement,
-                     nullptr);
-  if (sqlite3_step(statement) == SQLITE_ROW) files = sqlite3_column_int64(statement, 0);
-  sqlite3_finalize(statement);
-  const uint64_t step = count ? std::max<uint64_t>(1, files / count) : 1;
-  sqlite3_prepare_v2(db, (std::string("SELECT path ") + kFiles + " ORDER BY id").c_str(), -1,
-                     &statement, nullptr);
-  for (uint64_t row = 0; paths.size() < count && sqlite3_step(statement) == SQLITE_ROW; ++row)
-    if (row % step == 0)
-      paths.emplace_back(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)),
-                         sqlite3_column_bytes(statement, 0));
-  sqlite3_finalize(statement);
-  sqlite3_close(db);
-  return paths;
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 3) {
-    std::fputs("usage: trash_bench SCAN_DATABASE HOME_TRASH [COUNT]\n", stderr);
+  if (argc < 2) {
+    std::fprintf(stderr, "usage: trash_bench WORKDIR [COUNT] [ROUNDS]\n");
     return 2;
   }
-  const std::string database = argv[1];
+  const std::string work = argv[1];
+  const int count = argc > 2 ? std::atoi(argv[2]) : 10000;
+  const int rounds = argc > 3 ? std::atoi(argv[3]) : 3;
+  std::filesystem::remove_all(work);
+  std::vector<std::string> paths;
+  const std::string bytes(1024, 'x');
+  for (int i = 0; i < count; ++i) {
+    const std::string folder = work + "/items/" + std::to_string(i / 1000);
+    if (i % 1000 == 0) std::filesystem::create_directories(folder);
+    paths.push_back(folder + "/file " + std::to_string(i) + ".dat");
+    const int fd = open(paths.back().c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0 || write(fd, bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()))
+      return 1;
+    close(fd);
+  }
+  sync();
   tw::TrashOptions options;
-  options.homeTrash = argv[2];
-  const uint64_t count = argc > 3 ? std::strtoull(argv[3], nullptr, 10) : 10000;
-
-  tw::Error error;
-  std::shared_ptr<tw::ScanStore> store = tw::ScanStore::open(database, &error);
-  if (!store) {
-    std::fprintf(stderr, "trash_bench: %s\n", error.description.c_str());
-    return 1;
+  options.homeTrash = work + "/Trash";
+  std::vector<double> moves, restores;
+  for (int round = 0; round < rounds; ++round) {
+    tw::Error error;
+    auto start = Clock::now();
+    const auto mapping = tw::moveToTrash(paths, options, &error);
+    moves.push_back(secondsSince(start));
+    if (!mapping) {
+      std::fprintf(stderr, "move failed: %s\n", error.description.c_str());
+      return 1;
+    }
+    start = Clock::now();
+    for (const auto& [original, trashed] : *mapping) {
+      if (!tw::restoreFromTrash(trashed, original, options, &error)) {
+        std::fprintf(stderr, "restore failed: %s\n", error.description.c_str());
+        return 1;
+      }
+    }
+    restores.push_back(secondsSince(start));
   }
-  const std::optional<tw::ScanMetadata> before = tw::ScanStore::metadataAt(database);
-  const std::vector<std::string> paths = spreadFiles(database, count);
-
-  // The Delete button: safety over the whole list, one Trash call, marking.
-  double cpu = cpuSeconds();
-  auto start = Clock::now();
-  const tw::TrashOutcome moved =
-      tw::moveItemsToTrash(paths, before->locationPath, tw::SafetyRule::forThisProcess(), options);
-  const double trashSeconds = secondsSince(start);
-  const double trashCpu = cpuSeconds() - cpu;
-  if (moved.status != tw::TrashOutcome::Status::Moved) {
-    std::fprintf(
-        stderr, "trash_bench: %s\n",
-        moved.error ? moved.error->description.c_str() : ("unsafe: " + moved.unsafePath).c_str());
-    return 1;
-  }
-  cpu = cpuSeconds();
-  start = Clock::now();
-  const tw::MarkOutcome marked = tw::markMovedItems(*store, moved.mapping);
-  const double markSeconds = secondsSince(start);
-  const double markCpu = cpuSeconds() - cpu;
-  if (marked.error) std::fprintf(stderr, "trash_bench: %s\n", marked.error->description.c_str());
-  const std::optional<tw::ScanMetadata> after = tw::ScanStore::metadataAt(database);
-
-  // Undo Cleanup: everything back, then unmarked.
-  cpu = cpuSeconds();
-  start = Clock::now();
-  const tw::TrashRestoreOutcome restored = tw::restoreItems(moved.mapping, options);
-  const double restoreSeconds = secondsSince(start);
-  const double restoreCpu = cpuSeconds() - cpu;
-  cpu = cpuSeconds();
-  start = Clock::now();
-  const bool unmarked =
-      tw::unmarkRestoredItems(*store, marked.markedNodes, restored.restoredPaths, &error);
-  const double unmarkSeconds = secondsSince(start);
-  const double unmarkCpu = cpuSeconds() - cpu;
-  if (!unmarked) std::fprintf(stderr, "trash_bench: %s\n", error.description.c_str());
-  const std::optional<tw::ScanMetadata> undone = tw::ScanStore::metadataAt(database);
-
-  tw::JsonLine line;
-  line.add("rows", static_cast<uint64_t>(before->sourceItemCount));
-  line.add("moved", static_cast<uint64_t>(moved.mapping.size()));
-  line.add("marked", static_cast<uint64_t>(marked.markedNodes.size()));
-  line.add("bytes", before->logicalSize - after->logicalSize);
-  line.add("trash_s", trashSeconds);
-  line.add("mark_s", markSeconds);
-  line.add("delete_s", trashSeconds + markSeconds);
-  line.add("restored", static_cast<uint64_t>(restored.restoredPaths.size()));
-  line.add("restore_s", restoreSeconds);
-  line.add("unmark_s", unmarkSeconds);
-  line.add("undo_s", restoreSeconds + unmarkSeconds);
-  line.add("trash_cpu_s", trashCpu);
-  line.add("mark_cpu_s", markCpu);
-  line.add("restore_cpu_s", restoreCpu);
-  line.add("unmark_cpu_s", unmarkCpu);
-  line.add("size_back",
-           std::string_view(undone->logicalSize == before->logicalSize ? "yes" : "no"));
-  std::printf("%s\n", line.text().c_str());
-  return marked.error || !unmarked || !restored.failedNames.empty() ? 1 : 0;
+  std::printf("%d files: move to Trash %.3f s, put back one by one %.3f s (median of %d)\n", count,
+              median(moves), median(restores), rounds);
+  std::filesystem::remove_all(work);
+  return 0;
 }

@@ -4,12 +4,29 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <unordered_set>
 
 #include "platform/paths.h"
 #include "store/scan_store.h"
 
 namespace tw {
+
+namespace {
+
+// `path` with its folder's links resolved; as it is when the folder cannot be resolved.
+std::string withRealFolder(const std::string& path) {
+  const std::string standardized = standardizePath(path);
+  const std::string folder = parentPath(standardized);
+  if (folder.empty() || folder == standardized) return path;
+  char* real = ::realpath(folder.c_str(), nullptr);
+  if (real == nullptr) return path;
+  std::string resolved = appendPathComponent(real, displayNameForPath(standardized));
+  std::free(real);
+  return resolved;
+}
+
+}  // namespace
 
 TrashOutcome moveItemsToTrash(const std::vector<std::string>& paths, std::string_view scanRootPath,
                               const SafetyRule& rule, const TrashOptions& options) {
@@ -22,13 +39,22 @@ TrashOutcome moveItemsToTrash(const std::vector<std::string>& paths, std::string
     outcome.unsafePath = path;
     return outcome;
   }
+  // A scan made through a link to its folder keeps the link in every path; the Trash walks to each
+  // item without following links, so it is given the folders as they really are. A link swapped
+  // in after this still makes the Trash refuse the item.
+  std::vector<std::string> realPaths;
+  realPaths.reserve(paths.size());
+  for (const std::string& path : paths) realPaths.push_back(withRealFolder(path));
   Error error;
-  std::optional<TrashMapping> mapping = moveToTrash(paths, options, &error);
+  std::optional<TrashMapping> mapping = moveToTrash(realPaths, options, &error);
   if (!mapping) {
     outcome.status = TrashOutcome::Status::TrashFailed;
     outcome.error = std::move(error);
     return outcome;
   }
+  // The pairs come back in the order given; each is keyed by the path as the queue holds it.
+  for (std::size_t i = 0; i < mapping->size() && i < paths.size(); ++i)
+    if ((*mapping)[i].first == realPaths[i]) (*mapping)[i].first = paths[i];
   outcome.mapping = std::move(*mapping);
   return outcome;
 }

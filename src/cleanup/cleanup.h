@@ -69,7 +69,7 @@ struct MarkOutcome {
 };
 MarkOutcome markMovedItems(ScanStore& store, const TrashMapping& mapping);
 
-// Undo: each pair moved back unless something now occupies its original place. Files only;
+// Undo: each pair moved back unless something now occupies its original place; the disk only,
 // unmarkRestoredItems then gives the saved scan its items back.
 struct TrashRestoreOutcome {
   std::vector<std::string> restoredPaths;  // original paths now back in place

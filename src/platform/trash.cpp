@@ -1,14 +1,17 @@
 #include "platform/trash.h"
 
+#include <dirent.h>
 #include <fcntl.h>
-#include <ftw.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
+#include <map>
 #include <unordered_set>
 
 #include "platform/folder_walk.h"
@@ -88,6 +91,7 @@ bool writeAll(int fd, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t n = write(fd, bytes.data(), bytes.size());
     if (n < 0 && errno == EINTR) continue;
+    if (n == 0) errno = EIO;
     if (n <= 0) return false;
     bytes.remove_prefix(static_cast<std::size_t>(n));
   }
@@ -103,12 +107,15 @@ std::string readAll(int fd) {
   return text;
 }
 
-// Moves one checked item: its .trashinfo is made first, under the first free name, then the item
-// is renamed next to it. Returns 0, or the errno of the failure with nothing left behind.
-int moveOne(Item& item, int parentFd, const std::string& deletionDate, const TrashCalls& calls) {
+// Moves one checked item: its .trashinfo is made first, under the first free name from suffix
+// `attempt` on, then the item is renamed next to it. Returns 0 with `attempt` past the suffix used
+// (so many items of one name do not try the same taken names again), or the errno of the failure
+// with nothing left behind.
+int moveOne(Item& item, int parentFd, const std::string& deletionDate, unsigned& attempt,
+            const TrashCalls& calls) {
   const std::string base = trashBaseName(item.where.name);
   const std::string text = trashInfoText(infoPath(item), deletionDate);
-  for (unsigned attempt = 1; attempt <= kMaxNameAttempts; ++attempt) {
+  for (; attempt <= kMaxNameAttempts; ++attempt) {
     const std::string name = attempt == 1 ? base : base + "." + std::to_string(attempt);
     const std::string info = name + ".trashinfo";
     const int fd = calls.openat(item.trash->infoFd, info.c_str(),
@@ -123,6 +130,7 @@ int moveOne(Item& item, int parentFd, const std::string& deletionDate, const Tra
     if (written && calls.renameat2(parentFd, item.where.name.c_str(), item.trash->filesFd,
                                    name.c_str(), RENAME_NOREPLACE) == 0) {
       item.trashName = name;
+      ++attempt;
       return 0;
     }
     const int err = written ? errno : writeErr;
@@ -149,18 +157,33 @@ std::size_t putBack(std::vector<Item*>& moved, FolderWalker& walker, const Trash
   return stuck;
 }
 
-// The disk space a trashed folder takes, as `du -B1` counts it.
-thread_local uint64_t folderBytes = 0;
-uint64_t diskUsage(const std::string& path) {
-  folderBytes = 0;
-  nftw(
-      path.c_str(),
-      [](const char*, const struct stat* st, int, FTW*) {
-        folderBytes += static_cast<uint64_t>(st->st_blocks) * 512;
-        return 0;
-      },
-      32, FTW_PHYS | FTW_MOUNT);
-  return folderBytes;
+// The disk space of folder `name` in `dirFd` and everything in it, as `du -B1` counts it. Read
+// without updating access times where the user may (their own files), so putting the folder back
+// restores it exactly.
+uint64_t diskUsage(int dirFd, const char* name) {
+  int fd = openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC | O_NOATIME);
+  if (fd < 0 && errno == EPERM)
+    fd = openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  DIR* dir = fd < 0 ? nullptr : fdopendir(fd);
+  if (!dir) {
+    if (fd >= 0) close(fd);
+    return 0;  // a cache: an unreadable part counts as empty
+  }
+  struct stat st {};
+  uint64_t bytes = fstat(fd, &st) == 0 ? static_cast<uint64_t>(st.st_blocks) * 512 : 0;
+  std::vector<std::string> folders;
+  while (const dirent* entry = readdir(dir)) {
+    if (std::strcmp(entry->d_name, ".") == 0 || std::strcmp(entry->d_name, "..") == 0) continue;
+    if (fstatat(fd, entry->d_name, &st, AT_SYMLINK_NOFOLLOW) != 0) continue;
+    if (S_ISDIR(st.st_mode)) {
+      folders.emplace_back(entry->d_name);
+    } else {
+      bytes += static_cast<uint64_t>(st.st_blocks) * 512;
+    }
+  }
+  for (const std::string& folder : folders) bytes += diskUsage(fd, folder.c_str());
+  closedir(dir);
+  return bytes;
 }
 
 // Rewrites a trash's directorysizes through a temporary file and rename. It is a cache other
@@ -178,7 +201,7 @@ void updateDirectorySizes(const TrashFolder& trash, const std::vector<TrashedFol
   }
   const std::string text = updatedDirectorySizes(existing, added, removed);
   if (in >= 0 && text == existing) return;
-  static unsigned counter = 0;
+  static std::atomic<unsigned> counter = 0;
   const std::string temporary =
       "directorysizes." + std::to_string(getpid()) + "." + std::to_string(++counter) + ".pending";
   const int out = calls.openat(trash.folderFd, temporary.c_str(),
@@ -254,15 +277,20 @@ std::optional<TrashMapping> moveToTrash(const std::vector<std::string>& paths,
     Error reason;
     item.trash = trashes.forItem(item.where.parent, place, &reason);
     if (!item.trash) return fail(moveError(item.where.name, reason.code, reason.description));
+    if (isSameOrInside(item.trash->path, item.where.path))
+      return fail(moveError(item.where.name, EINVAL, "It holds the Trash itself."));
   }
 
   // Move them, putting everything back at the first failure.
   const std::string deletionDate = trashDeletionDate(std::time(nullptr));
   std::vector<Item*> moved;
   moved.reserve(items.size());
+  std::map<std::pair<const TrashFolder*, std::string>, unsigned> nextAttempt;
   for (Item& item : items) {
     const int parentFd = walker.open(item.where.parent);
-    const int err = parentFd < 0 ? errno : moveOne(item, parentFd, deletionDate, calls);
+    unsigned& attempt =
+        nextAttempt.try_emplace({item.trash, trashBaseName(item.where.name)}, 1u).first->second;
+    const int err = parentFd < 0 ? errno : moveOne(item, parentFd, deletionDate, attempt, calls);
     if (err == 0) {
       moved.push_back(&item);
       continue;
@@ -272,9 +300,11 @@ std::optional<TrashMapping> moveToTrash(const std::vector<std::string>& paths,
     if (err == EINVAL && parentFd >= 0)
       reason = "This file system cannot move it without the risk of replacing another item.";
     if (const std::size_t stuck = putBack(moved, walker, calls))
-      reason += " " + std::to_string(stuck) +
-                " items moved before it could not be put back and "
-                "remain in the Trash.";
+      reason += stuck == 1 ? " One item moved before it could not be put back and remains in the "
+                             "Trash."
+                           : " " + std::to_string(stuck) +
+                                 " items moved before it could not be put back and remain in "
+                                 "the Trash.";
     return fail(moveError(item.where.name, err, reason));
   }
 
@@ -286,7 +316,7 @@ std::optional<TrashMapping> moveToTrash(const std::vector<std::string>& paths,
       if (item.trash != trash || !item.isFolder) continue;
       struct stat info {};
       fstatat(trash->infoFd, (item.trashName + ".trashinfo").c_str(), &info, 0);
-      sizes.push_back({diskUsage(trash->path + "/files/" + item.trashName),
+      sizes.push_back({diskUsage(trash->filesFd, item.trashName.c_str()),
                        static_cast<int64_t>(info.st_mtim.tv_sec), item.trashName});
     }
     if (!sizes.empty()) updateDirectorySizes(*trash, sizes, {}, calls);
@@ -349,9 +379,14 @@ bool restoreFromTrash(const std::string& trashedPath, const std::string& origina
     return fail(err, posixError(err).description + ".");
   }
   calls.unlinkat(trashFd, ("info/" + trashed->name + ".trashinfo").c_str(), 0);
-  TrashFolder trash;
-  trash.folderFd = trashFd;
-  updateDirectorySizes(trash, {}, {trashed->name}, calls);
+  // Only folders have a directorysizes line.
+  struct stat restored {};
+  if (fstatat(parentFd, original->name.c_str(), &restored, AT_SYMLINK_NOFOLLOW) == 0 &&
+      S_ISDIR(restored.st_mode)) {
+    TrashFolder trash;
+    trash.folderFd = trashFd;
+    updateDirectorySizes(trash, {}, {trashed->name}, calls);
+  }
   close(trashFd);
   return true;
 }

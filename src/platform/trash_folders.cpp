@@ -26,7 +26,7 @@ std::string quoted(const std::string& path) {
   return "“" + path + "”";
 }
 
-// A folder that must be ours alone: a real folder, owned by this user, writable by nobody else.
+// A folder that must be ours: a real folder (not a link) owned by this user.
 bool isPrivateFolder(const struct stat& st, const std::string& path, Error* reason) {
   if (S_ISLNK(st.st_mode)) {
     *reason =
@@ -36,9 +36,6 @@ bool isPrivateFolder(const struct stat& st, const std::string& path, Error* reas
   } else if (st.st_uid != geteuid()) {
     *reason =
         reasonError(EPERM, "Its disk's trash folder " + quoted(path) + " belongs to another user.");
-  } else if (st.st_mode & (S_IWGRP | S_IWOTH)) {
-    *reason = reasonError(
-        EPERM, "Its disk's trash folder " + quoted(path) + " can be changed by other users.");
   } else {
     return true;
   }
@@ -46,7 +43,8 @@ bool isPrivateFolder(const struct stat& st, const std::string& path, Error* reas
 }
 
 // This user's folder `name` inside `dirFd`: created 0700 when missing, then checked before and
-// after opening it (so a folder swapped in between is noticed). -1 with the reason.
+// after opening it (so a folder swapped in between is noticed), and made private again when
+// others could write to it. -1 with the reason.
 int openPrivateFolder(const TrashCalls& calls, int dirFd, const std::string& name,
                       const std::string& path, Error* reason) {
   if (mkdirat(dirFd, name.c_str(), 0700) != 0 && errno != EEXIST) {
@@ -81,6 +79,9 @@ int openPrivateFolder(const TrashCalls& calls, int dirFd, const std::string& nam
     close(fd);
     return -1;
   }
+  // On a file system without Unix permissions (FAT) this changes nothing, and every user can
+  // write everything there anyway.
+  if (after.st_mode & (S_IWGRP | S_IWOTH)) fchmod(fd, 0700);
   return fd;
 }
 
@@ -115,7 +116,7 @@ bool isSamePlace(const FileSystemPlace& a, const FileSystemPlace& b) {
 }
 
 std::string homeTrashPath(const std::string& configured) {
-  if (!configured.empty()) return configured;
+  if (!configured.empty()) return standardizePath(configured);
   // A relative $XDG_DATA_HOME is invalid and ignored.
   const char* dataHome = std::getenv("XDG_DATA_HOME");
   if (dataHome && dataHome[0] == '/') return appendPathComponent(dataHome, "Trash");

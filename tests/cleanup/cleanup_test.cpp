@@ -52,15 +52,25 @@ TEST_F(CleanupTest, AnUnsafeItemStopsTheWholeQueueBeforeAnythingMoves) {
   EXPECT_FALSE(exists("trash/files/a"));
 }
 
+TEST_F(CleanupTest, AScanMadeThroughALinkToItsFolderStillMovesItsItems) {
+  const std::string link = tree.symlink(scan, "link");
+  const TrashOutcome outcome = moveItemsToTrash({link + "/b"}, link, rule, options);
+  ASSERT_EQ(outcome.status, TrashOutcome::Status::Moved)
+      << outcome.error.value_or(Error{}).description << outcome.unsafePath;
+  EXPECT_EQ(outcome.mapping, (TrashMapping{{link + "/b", tree.path("trash/files/b")}}));
+  EXPECT_FALSE(exists("scan/b"));
+}
+
 TEST_F(CleanupTest, MovedItemsShrinkTheSavedScanAndUndoRestoresAllButAnOccupiedPlace) {
   const uint64_t sizeA = sizeAt(scan + "/a");
   const uint64_t moved = sizeA + sizeAt(scan + "/dir");
   const TrashOutcome outcome = moveItemsToTrash({scan + "/a", scan + "/dir"}, scan, rule, options);
-  ASSERT_EQ(outcome.status, TrashOutcome::Status::Moved) << outcome.error->description;
+  ASSERT_EQ(outcome.status, TrashOutcome::Status::Moved)
+      << outcome.error.value_or(Error{}).description << outcome.unsafePath;
   ASSERT_EQ(outcome.mapping.size(), 2u);
   EXPECT_FALSE(exists("scan/a") || exists("scan/dir"));
   const MarkOutcome marked = markMovedItems(*store, outcome.mapping);
-  ASSERT_FALSE(marked.error) << marked.error->description;
+  ASSERT_FALSE(marked.error) << marked.error.value_or(Error{}).description;
   EXPECT_EQ(marked.markedNodes.size(), 2u);
   EXPECT_EQ(rootSize(), before - moved);
   EXPECT_FALSE(store->nodeAtPath(scan + "/dir/c"));
