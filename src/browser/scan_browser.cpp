@@ -13,6 +13,7 @@
 #include <QSplitter>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <algorithm>
 
 #include "browser/breadcrumb_bar.h"
 #include "browser/display_text.h"
@@ -268,6 +269,15 @@ std::vector<ScanNode*> ScanBrowser::visibleChildrenForNode(ScanNode* node) const
     if (child->size() == 0) continue;
     if (isNodeRepresentedInCollector_ && isNodeRepresentedInCollector_(child)) continue;
     visible.push_back(child);
+  }
+  // Folders holding queued items shrink by them; the list stays largest first by what is left.
+  if (queue_ && !queue_->isEmpty()) {
+    std::vector<std::pair<uint64_t, ScanNode*>> sized;
+    sized.reserve(visible.size());
+    for (ScanNode* child : visible) sized.emplace_back(queue_->remainingSize(child), child);
+    std::stable_sort(sized.begin(), sized.end(),
+                     [](const auto& a, const auto& b) { return a.first > b.first; });
+    for (std::size_t i = 0; i < sized.size(); ++i) visible[i] = sized[i].second;
   }
   return visible;
 }

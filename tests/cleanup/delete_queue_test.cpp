@@ -204,6 +204,7 @@ TEST_F(QueueInBrowserTest, QueuedItemsLeaveTheListAndTheChartAndComeBack) {
   QTest::mouseClick(table->viewport(), Qt::LeftButton, {}, removeCell.center());
   EXPECT_EQ(queue->count(), 1);
   EXPECT_TRUE(charted("pics"));
+  EXPECT_EQ(listed().front(), "pics");  // 300 B before docs' 200 B left: largest first
 
   // Remove All empties the queue and closes the panel.
   browser_->removeAllCollectedItems();
