@@ -3,7 +3,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <QSettings>
@@ -16,6 +15,7 @@
 #include "services/library_preferences.h"
 #include "services/scan_library.h"
 #include "store/scan_store.h"
+#include "store/store_test_support.h"
 #include "support/temp_tree.h"
 
 namespace tw::test {
@@ -203,22 +203,6 @@ inline std::string storedLocation(const std::string& path) {
 inline double storedDate(const std::string& path) {
   auto metadata = ScanStore::metadataAt(path);
   return metadata && metadata->scanDate ? *metadata->scanDate : 0.0;
-}
-
-// Runs SQL on a file, creating it when missing; or SQLite's verdict on its structure ("ok").
-inline std::string execSql(const std::string& path, const std::string& sql = "PRAGMA quick_check") {
-  sqlite3* db = nullptr;
-  std::string result;
-  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-  sqlite3_exec(
-      db, sql.c_str(),
-      [](void* out, int, char** values, char**) {
-        *static_cast<std::string*>(out) = values[0] ? values[0] : "";
-        return 0;
-      },
-      &result, nullptr);
-  sqlite3_close_v2(db);
-  return result;
 }
 
 }  // namespace tw::test
