@@ -7,55 +7,15 @@
 
 #include <QSettings>
 #include <QThreadPool>
-#include <chrono>
-#include <condition_variable>
-#include <deque>
-#include <mutex>
 
 #include "services/library_preferences.h"
 #include "services/scan_library.h"
 #include "store/scan_store.h"
 #include "store/store_test_support.h"
+#include "support/main_queue.h"
 #include "support/temp_tree.h"
 
 namespace tw::test {
-
-// Callbacks posted to the "GUI thread" wait here until the test runs them on its own thread.
-class MainQueue {
- public:
-  Executor executor() const {
-    return [inner = inner_](std::function<void()> work) {
-      std::lock_guard lock(inner->mutex);
-      inner->queue.push_back(std::move(work));
-      inner->posted.notify_all();
-    };
-  }
-  // Runs posted callbacks until `done` answers true; false when `seconds` pass first.
-  bool runUntil(const std::function<bool()>& done, double seconds = 60) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!done()) {
-      std::unique_lock lock(inner_->mutex);
-      if (!inner_->posted.wait_until(lock, end, [&] { return !inner_->queue.empty(); }))
-        return false;
-      std::function<void()> work = std::move(inner_->queue.front());
-      inner_->queue.pop_front();
-      lock.unlock();
-      work();
-    }
-    return true;
-  }
-  void drain(double seconds = 0.2) {
-    runUntil([] { return false; }, seconds);
-  }
-
- private:
-  struct Inner {
-    std::mutex mutex;
-    std::condition_variable posted;
-    std::deque<std::function<void()>> queue;
-  };
-  std::shared_ptr<Inner> inner_ = std::make_shared<Inner>();
-};
 
 // File calls for files whose path contains `target`: a write or a rename fails with the errno
 // given, or the `stopAtWrite`th write is torn, `notifyFd` hears of it and the process waits to be
