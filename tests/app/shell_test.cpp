@@ -1,6 +1,4 @@
 // The application shell as it starts, stops, and answers its menus.
-#include <sys/stat.h>
-
 #include <QAction>
 #include <QApplication>
 #include <QFileInfo>
@@ -16,6 +14,7 @@
 #include <QTest>
 #include <QThreadPool>
 #include <QTimer>
+#include <filesystem>
 
 #include "app/about_dialog.h"
 #include "app/application.h"
@@ -30,10 +29,7 @@
 namespace tw {
 namespace {
 
-bool exists(const std::string& path) {
-  struct stat st;
-  return ::lstat(path.c_str(), &st) == 0;
-}
+using std::filesystem::exists;
 
 // Two colours are the same to the eye when no 8-bit channel differs by more than one.
 void expectColour(const QColor& c, double r, double g, double b) {
