@@ -174,7 +174,7 @@ TEST(ScanResultName, FallsBackToTheLastComponentThenTheRootDisk) {
   EXPECT_FALSE(rootDiskName().empty());
 }
 
-TEST_F(ScanSessionTest, ProgressShowsInTheTitleAndTheLauncherWhichSendsOnlyChanges) {
+TEST_F(ScanSessionTest, ProgressShowsInTheTitleAndLauncherAndBrowserItemsActOnlyOverABrowser) {
   session_->beginPersistentScan();
   session_->showScanProgress(0.995);  // nearly done never reads 100 %
   EXPECT_EQ(window_->windowTitle(), "Tarnwell — 99%");
@@ -196,9 +196,8 @@ TEST_F(ScanSessionTest, ProgressShowsInTheTitleAndTheLauncherWhichSendsOnlyChang
   LauncherProgress onTheBus;  // without a session bus the default sender stays quiet
   onTheBus.showProgress(0.5);
   onTheBus.clear();
-}
 
-TEST_F(ScanSessionTest, BrowserItemsActOnlyWhileABrowserShows) {
+  // The browser's items act only while a browser shows.
   const MainMenus& menus = window_->menus();
   for (QAction* item : {menus.back, menus.openCurrentFolderInTerminal, menus.goToOverview})
     EXPECT_FALSE(item->isEnabled());

@@ -1,7 +1,4 @@
 // The application shell as it starts, stops, and answers its menus.
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include <QAction>
 #include <QApplication>
 #include <QFileInfo>
@@ -17,6 +14,7 @@
 #include <QTest>
 #include <QThreadPool>
 #include <QTimer>
+#include <filesystem>
 
 #include "app/about_dialog.h"
 #include "app/application.h"
@@ -31,10 +29,7 @@
 namespace tw {
 namespace {
 
-bool exists(const std::string& path) {
-  struct stat st;
-  return ::lstat(path.c_str(), &st) == 0;
-}
+using std::filesystem::exists;
 
 // Two colours are the same to the eye when no 8-bit channel differs by more than one.
 void expectColour(const QColor& c, double r, double g, double b) {
@@ -115,26 +110,23 @@ TEST_F(ShellTest, StartRunsEveryStepShowsTheDarkWindowAsItsDesktopEntryAndExitRe
   EXPECT_TRUE(QString::fromStdString(test::readFile(TW_DESKTOP_ENTRY))
                   .contains("\nStartupWMClass=" + QCoreApplication::applicationName() + "\n"));
 
-  QThreadPool::globalInstance()->waitForDone();
-  app.reset();
-  EXPECT_TRUE(exists(lock));  // released, and the file stays
-  EXPECT_FALSE(InstanceLock().acquire(lock).has_value());
-}
-
-TEST_F(ShellTest, ClosingTheMainWindowQuitsTheApplication) {
-  start();
+  // Closing the main window quits, and the lock is released with its file kept.
   QTimer::singleShot(0, window, [this] { window->close(); });
   QTimer guard;
   QObject::connect(&guard, &QTimer::timeout, [] { QCoreApplication::exit(99); });
   guard.start(5000);
   EXPECT_EQ(QCoreApplication::exec(), 0);
+  QThreadPool::globalInstance()->waitForDone();
+  app.reset();
+  EXPECT_TRUE(exists(lock));
+  EXPECT_FALSE(InstanceLock().acquire(lock).has_value());
 }
 
 TEST_F(ShellTest, OnlyTheLockHolderRemovesOldPendingFiles) {
   const std::string old = env.libraryFolder() + "/LastScan-0F2A.pending";
   test::writeFile(old, "x");
-  const struct timespec times[2] = {{::time(nullptr) - 11 * 60, 0}, {::time(nullptr) - 11 * 60, 0}};
-  ::utimensat(AT_FDCWD, old.c_str(), times, 0);
+  env.tree.setModificationTime("home/.local/share/Tarnwell/LastScan-0F2A.pending",
+                               static_cast<double>(::time(nullptr) - 11 * 60));
   {
     InstanceLock running;
     ASSERT_FALSE(running.acquire(env.libraryFolder() + "/Instance.lock").has_value());
@@ -205,7 +197,7 @@ TEST_F(ShellTest, MenusItemsAndShortcutsAreInTheirDesktopPlacesAndOnlyOverviewIt
   }
 }
 
-TEST_F(ShellTest, SettingsAboutHelpAndFullScreenOpenTheirWindows) {
+TEST_F(ShellTest, SettingsAboutHelpFullScreenAndEditItemsDoTheirWork) {
   start();
   action("settingsAction")->trigger();
   SettingsDialog* settings = app->settingsDialog();
@@ -246,10 +238,8 @@ TEST_F(ShellTest, SettingsAboutHelpAndFullScreenOpenTheirWindows) {
   fullScreen->trigger();
   EXPECT_FALSE(window->isFullScreen());
   EXPECT_EQ(fullScreen->text(), "Enter Full Screen");
-}
 
-TEST_F(ShellTest, EditItemsActOnTheFocusedField) {
-  start();
+  // The Edit items act on the focused field.
   auto* field = new QLineEdit("node_modules", window->overviewWidget());
   field->show();
   window->activateWindow();

@@ -6,11 +6,11 @@
 
 #include <QAbstractButton>
 #include <QApplication>
-#include <QElapsedTimer>
 #include <QLabel>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QTest>
 #include <QThread>
 #include <QToolButton>
 #include <atomic>
@@ -86,13 +86,7 @@ class OverviewWorld : public ::testing::Test {
     return env.tree.folder(name);
   }
   // Runs the event loop until `done` answers true; false when 20 s pass first.
-  static bool waitUntil(const std::function<bool()>& done) {
-    QElapsedTimer timer;
-    timer.start();
-    while (!done() && timer.elapsed() < 20000)
-      QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
-    return done();
-  }
+  static bool waitUntil(const std::function<bool()>& done) { return QTest::qWaitFor(done, 20000); }
 
   test::DesktopEnvironment env;
   // What the system reports, read at every call; mount points in `unreadable` cannot be read.

@@ -6,13 +6,12 @@
 #include <sys/stat.h>
 
 #include <cmath>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
 
 #include "scan/directory_scanner.h"
 #include "scan/issue_recorder.h"
 #include "scan/scan_node.h"
+#include "support/main_queue.h"
 #include "support/scan_trees.h"
 #include "support/temp_tree.h"
 #include "support/test_volume_layout.h"
@@ -310,16 +309,12 @@ TEST(DirectoryScanner, FingerprintSumsItemsWithTheFixedStartValueThroughALinkedR
 TEST(DirectoryScanner, BackgroundScanReportsProgressIgnoresASecondStartAndCancelsWithoutATree) {
   TempTree t;
   for (int i = 0; i < 1100; ++i) t.file("f/" + std::to_string(i), i % 3 ? 100 : 0);
-  std::mutex m;
-  std::condition_variable cv;
-  std::vector<std::function<void()>> posted;  // plays the GUI thread's queue
+  test::MainQueue main;  // plays the GUI thread
   std::atomic<DirectoryScanner*> cancelOnProgress{nullptr};
   DirectoryScanner::Options options;
-  options.callbackExecutor = [&](std::function<void()> f) {
+  options.callbackExecutor = [&cancelOnProgress, post = main.executor()](auto f) {
     if (DirectoryScanner* scanner = cancelOnProgress.load()) scanner->cancel();  // on the walk
-    std::lock_guard lock(m);
-    posted.push_back(std::move(f));
-    cv.notify_all();
+    post(std::move(f));
   };
   DirectoryScanner scanner(options);
   int completions = 0;
@@ -336,15 +331,12 @@ TEST(DirectoryScanner, BackgroundScanReportsProgressIgnoresASecondStartAndCancel
   };
   // Runs what the walk posts until its completion has run on "the GUI thread".
   auto finish = [&] {
-    for (int before = completions; completions == before;) {
-      std::unique_lock lock(m);
-      ASSERT_TRUE(cv.wait_for(lock, std::chrono::seconds(30), [&] { return !posted.empty(); }));
-      auto next = std::move(posted.front());
-      posted.erase(posted.begin());
-      lock.unlock();
+    const int before = completions;
+    ASSERT_TRUE(main.runUntil([&] {
+      if (completions > before) return true;
       EXPECT_TRUE(scanner.isScanning());  // until the completion runs
-      next();
-    }
+      return false;
+    }));
   };
   const uint64_t estimate = 1'000'000;
   scanner.scanURL(t.root(), estimate, progress, completion);

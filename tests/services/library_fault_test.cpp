@@ -59,7 +59,7 @@ class LibraryFaultTest : public test::LibraryTest {
         Error error;
         auto store = ScanStore::open(path, &error);
         EXPECT_TRUE(store && store->rootNode()) << path << ": " << error.description;
-        EXPECT_EQ(test::execSql(path), "ok") << path;
+        EXPECT_EQ(test::Sql(path).text("PRAGMA quick_check"), "ok") << path;
       }
     }
   }

@@ -100,7 +100,7 @@ TEST_F(LibraryRestoreTest, DamagedFilesGiveOneAlertAndEveryReadableScanComesBack
   writeScan(retainedPath(9000), "/good2", 200);
   writeScan(cacheFile(), "/good3", 150);
   // A database of something else, text, zero bytes, and a real scan cut in half.
-  test::execSql(retainedPath(2000), "CREATE TABLE notes(x); INSERT INTO notes VALUES(1);");
+  test::Sql(retainedPath(2000)).exec("CREATE TABLE notes(x); INSERT INTO notes VALUES(1);");
   test::writeFile(retainedPath(2500), "these are not the bytes of a database");
   test::writeFile(retainedPath(3000), "");
   const std::string truncated = retainedPath(4000);
@@ -120,7 +120,7 @@ TEST_F(LibraryRestoreTest, DamagedFilesGiveOneAlertAndEveryReadableScanComesBack
   ::unlink(cacheFile().c_str());
   const std::string newer = retainedPath(5000);
   writeScan(newer, "/newer", 500);
-  test::execSql(newer, "PRAGMA user_version=7");
+  test::Sql(newer).exec("PRAGMA user_version=7");
   outcome = restoreAndWait(*library);
   EXPECT_TRUE(outcome.roots.empty());
   EXPECT_EQ(alerts.back().informativeText,

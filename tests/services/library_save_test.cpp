@@ -259,9 +259,7 @@ TEST(LibraryFiles, OnlyPendingFilesUntouchedForTenMinutesAreRemoved) {
             (Paths{".2-A.sqlite-C.pending", "1-A.sqlite", "old.pending"}));
 }
 
-class LibraryFolderTest : public test::LibraryTest {};
-
-TEST_F(LibraryFolderTest, FoldersAreMadeWhenAskedForTheMarkerLivesWhileABatchOfScansRuns) {
+TEST_F(LibrarySaveTest, FoldersAreMadeWhenAskedForTheMarkerLivesWhileABatchOfScansRuns) {
   const std::string base = data.path("deep/er");
   ::setenv("XDG_DATA_HOME", base.c_str(), 1);
   auto library = makeLibrary();

@@ -3,59 +3,19 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <QSettings>
 #include <QThreadPool>
-#include <chrono>
-#include <condition_variable>
-#include <deque>
-#include <mutex>
 
 #include "services/library_preferences.h"
 #include "services/scan_library.h"
 #include "store/scan_store.h"
+#include "store/store_test_support.h"
+#include "support/main_queue.h"
 #include "support/temp_tree.h"
 
 namespace tw::test {
-
-// Callbacks posted to the "GUI thread" wait here until the test runs them on its own thread.
-class MainQueue {
- public:
-  Executor executor() const {
-    return [inner = inner_](std::function<void()> work) {
-      std::lock_guard lock(inner->mutex);
-      inner->queue.push_back(std::move(work));
-      inner->posted.notify_all();
-    };
-  }
-  // Runs posted callbacks until `done` answers true; false when `seconds` pass first.
-  bool runUntil(const std::function<bool()>& done, double seconds = 60) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
-    while (!done()) {
-      std::unique_lock lock(inner_->mutex);
-      if (!inner_->posted.wait_until(lock, end, [&] { return !inner_->queue.empty(); }))
-        return false;
-      std::function<void()> work = std::move(inner_->queue.front());
-      inner_->queue.pop_front();
-      lock.unlock();
-      work();
-    }
-    return true;
-  }
-  void drain(double seconds = 0.2) {
-    runUntil([] { return false; }, seconds);
-  }
-
- private:
-  struct Inner {
-    std::mutex mutex;
-    std::condition_variable posted;
-    std::deque<std::function<void()>> queue;
-  };
-  std::shared_ptr<Inner> inner_ = std::make_shared<Inner>();
-};
 
 // File calls for files whose path contains `target`: a write or a rename fails with the errno
 // given, or the `stopAtWrite`th write is torn, `notifyFd` hears of it and the process waits to be
@@ -203,22 +163,6 @@ inline std::string storedLocation(const std::string& path) {
 inline double storedDate(const std::string& path) {
   auto metadata = ScanStore::metadataAt(path);
   return metadata && metadata->scanDate ? *metadata->scanDate : 0.0;
-}
-
-// Runs SQL on a file, creating it when missing; or SQLite's verdict on its structure ("ok").
-inline std::string execSql(const std::string& path, const std::string& sql = "PRAGMA quick_check") {
-  sqlite3* db = nullptr;
-  std::string result;
-  sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
-  sqlite3_exec(
-      db, sql.c_str(),
-      [](void* out, int, char** values, char**) {
-        *static_cast<std::string*>(out) = values[0] ? values[0] : "";
-        return 0;
-      },
-      &result, nullptr);
-  sqlite3_close_v2(db);
-  return result;
 }
 
 }  // namespace tw::test

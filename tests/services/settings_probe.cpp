@@ -9,11 +9,9 @@ int main() {
   tw::registerDefaultPreferences();
   const tw::ScanSettings settings = tw::readScanSettings();
   std::printf("skip %d\n", settings.skipPackages ? 1 : 0);
-  for (const std::string& path : settings.excludedPaths) {
+  for (const std::string& path : settings.excludedPaths)
     std::printf("path %s\n", QByteArray::fromStdString(path).toHex().constData());
-  }
-  for (const std::string& pattern : settings.excludedFilePatterns) {
+  for (const std::string& pattern : settings.excludedFilePatterns)
     std::printf("pattern %s\n", QByteArray::fromStdString(pattern).toHex().constData());
-  }
   return 0;
 }

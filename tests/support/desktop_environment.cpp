@@ -24,10 +24,7 @@ QApplication& application() {
 DesktopEnvironment::DesktopEnvironment() {
   for (int i = 0; i < 4; ++i) {
     const std::string folder = tree.folder(kFolders[i]);
-    if (const char* old = std::getenv(kVariables[i])) {
-      had_[i] = true;
-      saved_[i] = old;
-    }
+    if (const char* old = std::getenv(kVariables[i])) saved_[i] = old;
     ::setenv(kVariables[i], folder.c_str(), 1);
   }
   ::chmod(runtimeDir().c_str(), 0700);  // Qt refuses a runtime folder others can enter
@@ -39,13 +36,8 @@ DesktopEnvironment::DesktopEnvironment() {
 }
 
 DesktopEnvironment::~DesktopEnvironment() {
-  for (int i = 0; i < 4; ++i) {
-    if (had_[i]) {
-      ::setenv(kVariables[i], saved_[i].c_str(), 1);
-    } else {
-      ::unsetenv(kVariables[i]);
-    }
-  }
+  for (int i = 0; i < 4; ++i)
+    saved_[i] ? ::setenv(kVariables[i], saved_[i]->c_str(), 1) : ::unsetenv(kVariables[i]);
 }
 
 QProcessEnvironment DesktopEnvironment::processEnvironment() const {

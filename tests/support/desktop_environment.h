@@ -4,6 +4,7 @@
 #pragma once
 
 #include <QProcessEnvironment>
+#include <optional>
 #include <string>
 
 #include "support/temp_tree.h"
@@ -23,7 +24,6 @@ class DesktopEnvironment {
   DesktopEnvironment& operator=(const DesktopEnvironment&) = delete;
 
   TempTree tree;  // "home" and "run" live in it; tests add their folders beside them
-  std::string home() const { return tree.path("home"); }
   std::string runtimeDir() const { return tree.path("run"); }
   std::string libraryFolder() const { return tree.path("home/.local/share/Tarnwell"); }
 
@@ -31,8 +31,7 @@ class DesktopEnvironment {
   QProcessEnvironment processEnvironment() const;
 
  private:
-  std::string saved_[4];
-  bool had_[4] = {};
+  std::optional<std::string> saved_[4];
 };
 
 }  // namespace tw::test
