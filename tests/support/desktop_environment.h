@@ -24,6 +24,7 @@ class DesktopEnvironment {
   DesktopEnvironment& operator=(const DesktopEnvironment&) = delete;
 
   TempTree tree;  // "home" and "run" live in it; tests add their folders beside them
+  std::string home() const { return tree.path("home"); }
   std::string runtimeDir() const { return tree.path("run"); }
   std::string libraryFolder() const { return tree.path("home/.local/share/Tarnwell"); }
 
