@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/duplicates_command.h"
 #include "cli/json_line.h"
 #include "platform/paths.h"
 #include "scan/directory_scanner.h"
@@ -25,10 +26,12 @@ namespace {
 constexpr const char* kUsage =
     "usage: tarnwell-scan [--threads N] [--json] [-o FILE] PATH\n"
     "       tarnwell-scan [--json] --open FILE\n"
+    "       tarnwell-scan [--json] --open FILE --duplicates\n"
     "  --threads N  threads making system calls, the walk included (default 2)\n"
     "  --json       print one JSON line of figures instead of the listing\n"
     "  -o FILE      save the scan as a scan database in FILE\n"
-    "  --open FILE  show a saved scan database without scanning\n";
+    "  --open FILE  show a saved scan database without scanning\n"
+    "  --duplicates list files of equal contents in the saved scan, largest first\n";
 
 uint64_t currentRssBytes() {
   std::ifstream statm("/proc/self/statm");
@@ -138,6 +141,7 @@ int openSavedScan(const std::string& file, bool json) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (const int status = tw::runDuplicatesCommand(argc, argv); status >= 0) return status;
   int threads = 2;
   bool json = false;
   std::string path;
