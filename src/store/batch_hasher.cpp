@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <memory>
 
 namespace tw {
@@ -23,21 +24,25 @@ struct DigestContext {
   EVP_MD_CTX* context;
 };
 
-// Still the regular file that was checked: same sizes, same modification time.
-bool unchanged(int fd, const HashJob& job) {
+// The state of an open file: a regular file's allocated size, length and modification date.
+bool fileState(int fd, HashOutcome& state, uint64_t& length) {
   struct stat st {};
-  return ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode) &&
-         static_cast<uint64_t>(st.st_blocks) * 512 == job.allocatedSize &&
-         static_cast<uint64_t>(st.st_size) == job.logicalSize &&
-         modificationSeconds(st) == job.modificationDate;
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) return false;
+  state.size = static_cast<uint64_t>(st.st_blocks) * 512;
+  state.date = modificationSeconds(st);
+  length = static_cast<uint64_t>(st.st_size);
+  return true;
 }
 
 bool hashFile(const HashJob& job, HashReadCall read, const std::atomic<bool>& stopping,
               std::vector<unsigned char>& buffer, DigestContext& digest, HashOutcome& outcome) {
-  // Never follow a link swapped in since the check, and never wait on a pipe.
+  // Never follow a link swapped in since the scan, and never wait on a pipe.
   const int fd = ::open(job.path.data(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK);
   if (fd < 0) return false;
-  bool ok = unchanged(fd, job) && EVP_DigestInit_ex2(digest.context, digest.md, nullptr) == 1;
+  uint64_t length = 0;
+  bool ok = fileState(fd, outcome, length) && outcome.size == job.size &&
+            sameDate(outcome.date, job.scanDate) &&
+            EVP_DigestInit_ex2(digest.context, digest.md, nullptr) == 1;
   while (ok) {
     const ssize_t got = read(fd, buffer.data(), buffer.size());
     if (got < 0 && errno == EINTR) continue;
@@ -50,13 +55,20 @@ bool hashFile(const HashJob& job, HashReadCall read, const std::atomic<bool>& st
          EVP_DigestUpdate(digest.context, buffer.data(), static_cast<size_t>(got)) == 1;
   }
   // A file that grew or was rewritten while it was read has a checksum of no state it was in.
-  ok = ok && outcome.bytesRead == job.logicalSize && unchanged(fd, job) &&
+  HashOutcome after;
+  uint64_t lengthAfter = 0;
+  ok = ok && outcome.bytesRead == length && fileState(fd, after, lengthAfter) &&
+       lengthAfter == length && after.size == outcome.size && after.date == outcome.date &&
        EVP_DigestFinal_ex(digest.context, outcome.digest.data(), nullptr) == 1;
   ::close(fd);
   return ok;
 }
 
 }  // namespace
+
+bool sameDate(double current, double recorded) {
+  return recorded == 0 || std::fabs(current - recorded) < 0.001;
+}
 
 double modificationSeconds(const struct stat& st) {
   return static_cast<double>(st.st_mtim.tv_sec) + st.st_mtim.tv_nsec / 1e9;

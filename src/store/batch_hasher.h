@@ -1,9 +1,9 @@
 // SHA-256 of many files on several threads, handed back in batches in the order of the list.
 // Threads take the next file as they come free, so one large file does not hold the others up,
 // but they run at most a few batches ahead of the batch the caller is storing: memory stays
-// bounded and stopping wastes little. Each file is read once, in 1 MiB reads, and only counted
-// when it still is the file that was checked: a file replaced, grown or rewritten while it was
-// read is left out.
+// bounded and stopping wastes little. Each file is opened once: its state is checked on the open
+// file, which also saves a path lookup, then read in 1 MiB reads; a file replaced, grown or
+// rewritten while it was read is left out.
 #pragma once
 
 #include <sys/stat.h>
@@ -25,20 +25,26 @@ namespace tw {
 
 using Sha256Digest = std::array<unsigned char, 32>;
 
-// A file to hash, as it was found just before: the hash counts only while it still matches.
+// A file to hash and what the scan recorded of it. The file is hashed only when it still has the
+// recorded allocated size and a date within a millisecond of the recorded one (any date when that
+// is 0), and only while it stays as it was when opened.
 struct HashJob {
   std::string_view path;  // followed by a NUL in memory
-  uint64_t allocatedSize = 0;
-  uint64_t logicalSize = 0;
-  double modificationDate = 0;
+  uint64_t size = 0;
+  double scanDate = 0;
 };
 
 struct HashOutcome {
   Sha256Digest digest{};
   uint64_t bytesRead = 0;
+  uint64_t size = 0;  // allocated size and modification date the checksum was computed at
+  double date = 0;
   bool hashed = false;
 };
 
+// Two dates are the same when they differ by less than a millisecond; a recorded 0 means the date
+// was unknown and matches anything.
+bool sameDate(double current, double recorded);
 // The modification time of `st` in seconds since 1970, as stored with a checksum.
 double modificationSeconds(const struct stat& st);
 

@@ -33,12 +33,8 @@ inline constexpr const char* kDuplicateGroups =
     "DESC,i.path COLLATE NOCASE LIMIT 500";
 inline constexpr int kDuplicateGroupsLimit = 500;
 
-// Every stored checksum below parameter 1, for keeping the groups up to date in memory.
-inline constexpr const char* kStoredChecksums =
-    "WITH RECURSIVE subtree(id) AS (SELECT ? UNION ALL SELECT i.id FROM items i JOIN subtree s "
-    "ON i.parent_id=s.id WHERE i.is_deleted=0)"
-    " SELECT i.id,i.size,i.path,i.checksum FROM items i JOIN subtree s ON i.id=s.id WHERE "
-    "i.is_deleted=0 AND i.checksum IS NOT NULL";
+// The checksum stored for a row.
+inline constexpr const char* kReadChecksum = "SELECT checksum FROM items WHERE id=?";
 
 // One listed member, by row.
 inline constexpr const char* kDuplicateMember =

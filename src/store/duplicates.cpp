@@ -2,6 +2,7 @@
 // file in the subtree are ever read; their SHA-256 checksums are kept in the scan database with the
 // size and date they were computed at, so a second search reads only what changed. The store's
 // lock is held for database steps only, never while files are read.
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -38,18 +39,6 @@ struct Candidate {
 // What the check against the disk decided for a candidate.
 enum class Verdict : uint8_t { Drop, Clear, Keep, Hash };
 
-struct DiskState {
-  uint64_t allocatedSize = 0;
-  uint64_t logicalSize = 0;
-  double date = 0;
-};
-
-// Two dates are the same when they differ by less than a millisecond; a recorded 0 means the date
-// was unknown and matches anything.
-bool sameDate(double current, double recorded) {
-  return recorded == 0 || std::fabs(current - recorded) < 0.001;
-}
-
 // Whether this process may read a file with these owners and mode bits.
 class ReadPermission {
  public:
@@ -75,22 +64,19 @@ class ReadPermission {
   std::vector<gid_t> groups_;
 };
 
-Verdict judge(const Candidate& candidate, const char* path, const ReadPermission& permission,
-              DiskState& state) {
+// A file without a checksum is judged by the hasher on the file it opens, which saves a path
+// lookup: it is hashed when its size and date are still those of the scan, else left out.
+Verdict judge(const Candidate& candidate, const char* path, const ReadPermission& permission) {
+  if (!candidate.hasChecksum) return Verdict::Hash;
   struct stat st {};
-  // Gone, no longer a file, or no longer ours to read: a checksum it had can no longer be trusted.
+  // Gone, no longer a file, or no longer ours to read: its checksum can no longer be trusted.
   if (::lstat(path, &st) != 0 || !S_ISREG(st.st_mode) || !permission.allows(st))
-    return candidate.hasChecksum ? Verdict::Clear : Verdict::Drop;
-  state.allocatedSize = static_cast<uint64_t>(st.st_blocks) * 512;
-  state.logicalSize = static_cast<uint64_t>(st.st_size);
-  state.date = modificationSeconds(st);
-  if (state.allocatedSize != candidate.size)
-    return candidate.hasChecksum ? Verdict::Clear : Verdict::Drop;
-  const bool asScanned = sameDate(state.date, candidate.scanDate);
-  if (!candidate.hasChecksum) return asScanned ? Verdict::Hash : Verdict::Drop;
-  if (!asScanned) return Verdict::Clear;
-  if (candidate.checksumSize == state.allocatedSize && candidate.checksumDate != 0 &&
-      sameDate(state.date, candidate.checksumDate))
+    return Verdict::Clear;
+  const uint64_t size = static_cast<uint64_t>(st.st_blocks) * 512;
+  const double date = modificationSeconds(st);
+  if (size != candidate.size || !sameDate(date, candidate.scanDate)) return Verdict::Clear;
+  if (candidate.checksumSize == size && candidate.checksumDate != 0 &&
+      sameDate(date, candidate.checksumDate))
     return Verdict::Keep;
   return Verdict::Hash;
 }
@@ -140,13 +126,13 @@ class DuplicateSearch {
     return paths_.data() + candidate.pathOffset;
   }
   std::optional<Error> readCandidates();
-  void checkCandidates(std::vector<Verdict>& verdicts, std::vector<DiskState>& states);
+  void checkCandidates(std::vector<Verdict>& verdicts);
   void clearChecksums(const std::vector<int64_t>& ids);
-  bool loadModel();
+  bool loadModel(const std::vector<Verdict>& verdicts);
   std::optional<Error> storeBatch(std::size_t batch, const BatchHasher& hasher);
   Snapshot modelSnapshot();
-  bool useFastJournal();
-  void restoreJournal();
+  void deferSyncing();
+  void resumeSyncing();
 
   ScanStore& store_;
   int64_t nodeID_;
@@ -158,11 +144,9 @@ class DuplicateSearch {
   std::vector<HashJob> jobs_;       // the same, as found on disk
   DuplicateModel model_;
   std::vector<uint32_t> modelRows_;  // row of each job in the model
-  std::string storedPaths_;          // paths of checksummed rows that are not queued
   bool modelLoaded_ = false;
   std::unordered_map<int64_t, ScanNodeRef> listedNodes_;
-  std::optional<Snapshot> last_;
-  std::string journalMode_;
+  std::string restoreScript_;  // the connection's settings before the search
 };
 
 std::optional<Error> DuplicateSearch::readCandidates() {
@@ -188,14 +172,17 @@ std::optional<Error> DuplicateSearch::readCandidates() {
     candidates_.push_back(candidate);
   }
   if (step != SQLITE_DONE) return sqliteError(store_.db_, schema::label::kReadCandidates);
+  // Files of one size in the order they were written: the rows a batch updates then lie close
+  // together in the table and its indexes, and folders are read one after another.
+  std::sort(candidates_.begin(), candidates_.end(), [](const Candidate& a, const Candidate& b) {
+    return a.size != b.size ? a.size > b.size : a.id < b.id;
+  });
   return std::nullopt;
 }
 
-// Every candidate is looked at with lstat, spread over the search's threads.
-void DuplicateSearch::checkCandidates(std::vector<Verdict>& verdicts,
-                                      std::vector<DiskState>& states) {
+// Candidates with a checksum are looked at with lstat, spread over the search's threads.
+void DuplicateSearch::checkCandidates(std::vector<Verdict>& verdicts) {
   verdicts.resize(candidates_.size());
-  states.resize(candidates_.size());
   const ReadPermission permission;
   const std::size_t threads = std::clamp<std::size_t>(
       options_.threads, 1, std::max<std::size_t>(1, candidates_.size() / 1024));
@@ -203,7 +190,7 @@ void DuplicateSearch::checkCandidates(std::vector<Verdict>& verdicts,
     const std::size_t begin = candidates_.size() * part / threads;
     const std::size_t end = candidates_.size() * (part + 1) / threads;
     for (std::size_t i = begin; i < end; ++i)
-      verdicts[i] = judge(candidates_[i], pathOf(candidates_[i]), permission, states[i]);
+      verdicts[i] = judge(candidates_[i], pathOf(candidates_[i]), permission);
   };
   std::vector<std::thread> helpers;
   for (std::size_t part = 1; part < threads; ++part) helpers.emplace_back(work, part);
@@ -228,52 +215,35 @@ void DuplicateSearch::clearChecksums(const std::vector<int64_t>& ids) {
     execScript(store_.db_, schema::kRollbackBatch);
 }
 
-// The model holds every queued file and every row below the node that keeps a checksum.
-bool DuplicateSearch::loadModel() {
-  std::unordered_map<int64_t, uint32_t> queuedRows;
+// Only files that share their size with another file of the subtree are ever given a checksum, so
+// every group of the subtree is made of candidates: the model holds the queued files and the
+// candidates whose checksum stays, with that checksum.
+bool DuplicateSearch::loadModel(const std::vector<Verdict>& verdicts) {
   modelRows_.reserve(queue_.size());
-  for (std::size_t index : queue_) {
-    const Candidate& candidate = candidates_[index];
+  std::vector<std::pair<uint32_t, int64_t>> withChecksum;  // model row, row id
+  for (std::size_t i = 0; i < candidates_.size(); ++i) {
+    if (verdicts[i] != Verdict::Hash && verdicts[i] != Verdict::Keep) continue;
+    const Candidate& candidate = candidates_[i];
     const uint32_t row =
         model_.addRow(candidate.id, candidate.size, {pathOf(candidate), candidate.pathLength});
-    modelRows_.push_back(row);
-    queuedRows.emplace(candidate.id, row);
+    if (verdicts[i] == Verdict::Hash) modelRows_.push_back(row);
+    if (candidate.hasChecksum) withChecksum.emplace_back(row, candidate.id);
   }
-  struct Stored {
-    int64_t id;
-    uint64_t size;
-    std::size_t pathOffset;
-    uint32_t pathLength;
-    Sha256Digest checksum;
-  };
-  std::vector<Stored> stored;
-  {
+  if (!withChecksum.empty()) {
     std::lock_guard guard(store_.lock_);
-    Statement select(store_.db_, schema::kStoredChecksums);
-    if (!select.valid()) return false;
-    select.bindInt(1, nodeID_);
-    int step;
-    while ((step = select.step()) == SQLITE_ROW) {
+    Statement select(store_.db_, schema::kReadChecksum);
+    for (auto [row, id] : withChecksum) {
+      select.bindInt(1, id);
       // The model keys on SHA-256 digests; anything else stored is left to the SQL snapshot.
-      if (sqlite3_column_bytes(select.get(), 3) != static_cast<int>(sizeof(Sha256Digest)))
+      if (!select.valid() || select.step() != SQLITE_ROW ||
+          sqlite3_column_bytes(select.get(), 0) != static_cast<int>(sizeof(Sha256Digest)))
         return false;
-      Stored row{select.columnInt(0), static_cast<uint64_t>(select.columnInt(1)), 0, 0, {}};
-      std::memcpy(row.checksum.data(), sqlite3_column_blob(select.get(), 3), row.checksum.size());
-      if (auto queued = queuedRows.find(row.id); queued != queuedRows.end()) {
-        model_.loadChecksum(queued->second, row.checksum);
-        continue;
-      }
-      const std::string_view path = select.columnText(2);
-      row.pathOffset = storedPaths_.size();
-      row.pathLength = static_cast<uint32_t>(path.size());
-      storedPaths_.append(path);
-      stored.push_back(row);
+      Sha256Digest checksum;
+      std::memcpy(checksum.data(), sqlite3_column_blob(select.get(), 0), checksum.size());
+      model_.loadChecksum(row, checksum);
+      select.resetAndClear();
     }
-    if (step != SQLITE_DONE) return false;
   }
-  for (const Stored& row : stored)
-    model_.addRow(row.id, row.size, {storedPaths_.data() + row.pathOffset, row.pathLength},
-                  &row.checksum);
   model_.finishLoading();
   return true;
 }
@@ -324,8 +294,8 @@ std::optional<Error> DuplicateSearch::storeBatch(std::size_t batch, const BatchH
     if (outcome.hashed) {
       sqlite3_bind_blob(update.get(), 1, outcome.digest.data(), outcome.digest.size(),
                         SQLITE_STATIC);
-      update.bindInt(2, static_cast<int64_t>(jobs_[i].allocatedSize));
-      update.bindDouble(3, jobs_[i].modificationDate);
+      update.bindInt(2, static_cast<int64_t>(outcome.size));
+      update.bindDouble(3, outcome.date);
       update.bindInt(4, candidate.id);
       ok = update.step() == SQLITE_DONE;
       update.resetAndClear();
@@ -355,32 +325,28 @@ std::optional<Error> DuplicateSearch::storeBatch(std::size_t batch, const BatchH
   return std::nullopt;
 }
 
-// Each batch is its own small transaction. With a rollback journal every commit waits for the disk
-// two or three times; for the search the file keeps a write-ahead log instead, whose commits are
-// atomic without waiting, and goes back to its own journal when the search ends.
-bool DuplicateSearch::useFastJournal() {
+// Each batch is its own small transaction, and a large search stores thousands of them. Waiting
+// for the disk at every commit would make storing slower than reading the files, so while the
+// search runs commits do not wait (the rollback journal still keeps each batch whole if Tarnwell
+// stops); the file is flushed to the disk once at the end.
+void DuplicateSearch::deferSyncing() {
   std::lock_guard guard(store_.lock_);
-  Statement mode(store_.db_, "PRAGMA journal_mode");
-  if (!mode.valid() || mode.step() != SQLITE_ROW) return false;
-  journalMode_ = std::string(mode.columnText(0));
-  mode.finalize();
-  if (journalMode_ == "wal") return true;
-  Statement wal(store_.db_, "PRAGMA journal_mode=WAL");
-  const bool switched = wal.valid() && wal.step() == SQLITE_ROW && wal.columnText(0) == "wal";
-  wal.finalize();
-  if (switched)
-    execScript(store_.db_, "PRAGMA synchronous=NORMAL; PRAGMA wal_autocheckpoint=16384;");
-  return switched;
+  Statement synchronous(store_.db_, "PRAGMA synchronous");
+  if (!synchronous.valid() || synchronous.step() != SQLITE_ROW) return;
+  restoreScript_ = "PRAGMA synchronous=" + std::to_string(synchronous.columnInt(0));
+  synchronous.finalize();
+  execScript(store_.db_, "PRAGMA synchronous=OFF");
 }
 
-void DuplicateSearch::restoreJournal() {
-  if (journalMode_.empty() || journalMode_ == "wal") return;
+void DuplicateSearch::resumeSyncing() {
+  if (restoreScript_.empty()) return;
   std::lock_guard guard(store_.lock_);
-  const std::string script =
-      "PRAGMA wal_autocheckpoint=1000; PRAGMA synchronous=FULL; "
-      "PRAGMA journal_mode=" +
-      journalMode_ + ";";
-  execScript(store_.db_, script.c_str());
+  execScript(store_.db_, restoreScript_.c_str());
+  const int fd = ::open(store_.path_.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd >= 0) {
+    ::fsync(fd);
+    ::close(fd);
+  }
 }
 
 std::vector<DuplicateGroup> DuplicateSearch::run(DuplicateGroupsByPath& groupsByPath,
@@ -390,37 +356,30 @@ std::vector<DuplicateGroup> DuplicateSearch::run(DuplicateGroupsByPath& groupsBy
     return {};
   }
   figures_.candidates = candidates_.size();
+  std::vector<Verdict> verdicts;
+  checkCandidates(verdicts);
   std::vector<int64_t> clearIDs;
-  {
-    std::vector<Verdict> verdicts;
-    std::vector<DiskState> states;
-    checkCandidates(verdicts, states);
-    for (std::size_t i = 0; i < candidates_.size(); ++i) {
-      if (verdicts[i] == Verdict::Clear) clearIDs.push_back(candidates_[i].id);
-      if (verdicts[i] != Verdict::Hash) continue;
-      queue_.push_back(i);
-      jobs_.push_back(HashJob{{pathOf(candidates_[i]), candidates_[i].pathLength},
-                              states[i].allocatedSize,
-                              states[i].logicalSize,
-                              states[i].date});
-    }
+  for (std::size_t i = 0; i < candidates_.size(); ++i) {
+    if (verdicts[i] == Verdict::Clear) clearIDs.push_back(candidates_[i].id);
+    if (verdicts[i] != Verdict::Hash) continue;
+    queue_.push_back(i);
+    jobs_.push_back(HashJob{{pathOf(candidates_[i]), candidates_[i].pathLength},
+                            candidates_[i].size,
+                            candidates_[i].scanDate});
   }
-  const bool fastJournal = !queue_.empty() && useFastJournal();
+  if (!queue_.empty()) deferSyncing();
   clearChecksums(clearIDs);
-  if (queue_.empty()) {
-    std::vector<DuplicateGroup> groups = store_.duplicateSnapshotUnderID(nodeID_, &groupsByPath);
-    return groups;
-  }
+  // Nothing to read: the stored checksums are the answer.
+  if (queue_.empty()) return store_.duplicateSnapshotUnderID(nodeID_, &groupsByPath);
 
-  modelLoaded_ = loadModel();
-  auto snapshot = [this]() -> Snapshot {
+  modelLoaded_ = loadModel(verdicts);
+  auto snapshot = [this] {
     if (modelLoaded_) return modelSnapshot();
     Snapshot sql;
     sql.groups = store_.duplicateSnapshotUnderID(nodeID_, &sql.byPath);
     return sql;
   };
-  last_ = snapshot();
-
+  Snapshot last = snapshot();
   BatchHasher hasher(jobs_, options_.threads, options_.read);
   for (std::size_t batch = 0; batch < hasher.batchCount(); ++batch) {
     if (!hasher.waitForBatch(batch, options_.shouldCancel)) {
@@ -432,18 +391,18 @@ std::vector<DuplicateGroup> DuplicateSearch::run(DuplicateGroupsByPath& groupsBy
       break;
     }
     hasher.release(batch);
-    if (!modelLoaded_ || model_.listingMayHaveChanged()) last_ = snapshot();
+    if (!modelLoaded_ || model_.listingMayHaveChanged()) last = snapshot();
     const bool finished = batch + 1 == hasher.batchCount();
-    if (options_.progress) options_.progress(last_->groups, last_->byPath, finished);
+    if (options_.progress) options_.progress(last.groups, last.byPath, finished);
     if (!finished && options_.shouldCancel && options_.shouldCancel()) {
       figures_.cancelled = true;
       break;
     }
   }
   hasher.stop();
-  if (fastJournal) restoreJournal();
-  groupsByPath = std::move(last_->byPath);
-  return std::move(last_->groups);
+  resumeSyncing();
+  groupsByPath = std::move(last.byPath);
+  return std::move(last.groups);
 }
 
 std::vector<DuplicateGroup> ScanStore::duplicateSnapshotUnderID(
