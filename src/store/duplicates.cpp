@@ -126,7 +126,7 @@ class DuplicateSearch {
     return paths_.data() + candidate.pathOffset;
   }
   std::optional<Error> readCandidates();
-  void checkCandidates(std::vector<Verdict>& verdicts);
+  void checkCandidates(std::vector<Verdict>& verdicts, std::optional<Snapshot>& speculative);
   void clearChecksums(const std::vector<int64_t>& ids);
   bool loadModel(const std::vector<Verdict>& verdicts);
   std::optional<Error> storeBatch(std::size_t batch, const BatchHasher& hasher);
@@ -180,8 +180,11 @@ std::optional<Error> DuplicateSearch::readCandidates() {
   return std::nullopt;
 }
 
-// Candidates with a checksum are looked at with lstat, spread over the search's threads.
-void DuplicateSearch::checkCandidates(std::vector<Verdict>& verdicts) {
+// Candidates with a checksum are looked at with lstat, spread over the search's threads. When every
+// candidate has one, a repeated search of an unchanged folder is likely: the snapshot of the
+// stored checksums is then read meanwhile, and stands as the answer if the check changes nothing.
+void DuplicateSearch::checkCandidates(std::vector<Verdict>& verdicts,
+                                      std::optional<Snapshot>& speculative) {
   verdicts.resize(candidates_.size());
   const ReadPermission permission;
   const std::size_t threads = std::clamp<std::size_t>(
@@ -192,9 +195,17 @@ void DuplicateSearch::checkCandidates(std::vector<Verdict>& verdicts) {
     for (std::size_t i = begin; i < end; ++i)
       verdicts[i] = judge(candidates_[i], pathOf(candidates_[i]), permission);
   };
+  const bool speculate = std::all_of(candidates_.begin(), candidates_.end(),
+                                     [](const Candidate& c) { return c.hasChecksum; });
   std::vector<std::thread> helpers;
-  for (std::size_t part = 1; part < threads; ++part) helpers.emplace_back(work, part);
-  work(0);
+  for (std::size_t part = speculate ? 0 : 1; part < threads; ++part)
+    helpers.emplace_back(work, part);
+  if (speculate) {
+    speculative.emplace();
+    speculative->groups = store_.duplicateSnapshotUnderID(nodeID_, &speculative->byPath);
+  } else {
+    work(0);
+  }
   for (std::thread& helper : helpers) helper.join();
 }
 
@@ -357,7 +368,8 @@ std::vector<DuplicateGroup> DuplicateSearch::run(DuplicateGroupsByPath& groupsBy
   }
   figures_.candidates = candidates_.size();
   std::vector<Verdict> verdicts;
-  checkCandidates(verdicts);
+  std::optional<Snapshot> speculative;
+  checkCandidates(verdicts, speculative);
   std::vector<int64_t> clearIDs;
   for (std::size_t i = 0; i < candidates_.size(); ++i) {
     if (verdicts[i] == Verdict::Clear) clearIDs.push_back(candidates_[i].id);
@@ -370,6 +382,10 @@ std::vector<DuplicateGroup> DuplicateSearch::run(DuplicateGroupsByPath& groupsBy
   if (!queue_.empty()) deferSyncing();
   clearChecksums(clearIDs);
   // Nothing to read: the stored checksums are the answer.
+  if (queue_.empty() && clearIDs.empty() && speculative) {
+    groupsByPath = std::move(speculative->byPath);
+    return std::move(speculative->groups);
+  }
   if (queue_.empty()) return store_.duplicateSnapshotUnderID(nodeID_, &groupsByPath);
 
   modelLoaded_ = loadModel(verdicts);
