@@ -4,7 +4,7 @@ TARNWELL_PACKAGES=(
   qt6-base-dev qt6-svg-dev qt6-wayland libgl-dev
   libsqlite3-dev libssl-dev libplist-dev libicu-dev
   libgtest-dev libgmock-dev libbenchmark-dev
-  xfsprogs util-linux python3 fonts-dejavu-core
+  xfsprogs e2fsprogs util-linux trash-cli python3 fonts-dejavu-core
 )
 
 tarnwell_install_deps() {

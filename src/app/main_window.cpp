@@ -24,6 +24,9 @@ constexpr BrowserItem kBrowserItems[] = {
     {&MainMenus::enclosingFolder, kBrowserParentSlot, kBrowserCanGoToParentQuery},
     {&MainMenus::showCurrentFolderInFiles, kBrowserShowInFilesSlot, nullptr},
     {&MainMenus::openCurrentFolderInTerminal, kBrowserTerminalSlot, nullptr},
+    {&MainMenus::collectSelectedItem, kBrowserCollectSlot, kBrowserCanCollectQuery},
+    {&MainMenus::removeAllCollectedItems, kBrowserRemoveAllCollectedSlot,
+     kBrowserHasCollectedQuery},
 };
 
 bool hasMethod(const QObject* object, const char* signature) {
@@ -112,6 +115,9 @@ void MainWindow::showBrowser(QWidget* browser) {
   }
   if (hasMethod(browser, kBrowserNavigationChangedSignal)) {
     connect(browser, SIGNAL(navigationChanged()), this, SLOT(refreshBrowserItemStates()));
+  }
+  if (hasMethod(browser, kBrowserCollectorChangedSignal)) {
+    connect(browser, SIGNAL(collectorChanged()), this, SLOT(refreshBrowserItemStates()));
   }
   updateBrowserItems();
   emit screenChanged();

@@ -28,6 +28,8 @@ inline constexpr const char* kBrowserForwardSlot = "navigateForward()";
 inline constexpr const char* kBrowserParentSlot = "navigateToParent()";
 inline constexpr const char* kBrowserShowInFilesSlot = "showCurrentFolderInFiles()";
 inline constexpr const char* kBrowserTerminalSlot = "openCurrentFolderInTerminal()";
+inline constexpr const char* kBrowserCollectSlot = "collectSelectedItem()";
+inline constexpr const char* kBrowserRemoveAllCollectedSlot = "removeAllCollectedItems()";
 inline constexpr const char* kBrowserShowOverviewSignal = "showOverviewRequested()";
 // When the browser has them, these invokables say whether Back, Forward and Enclosing Folder can
 // act, and this signal says the answers may have changed.
@@ -35,6 +37,10 @@ inline constexpr const char* kBrowserCanGoBackQuery = "canGoBack()";
 inline constexpr const char* kBrowserCanGoForwardQuery = "canGoForward()";
 inline constexpr const char* kBrowserCanGoToParentQuery = "canGoToParent()";
 inline constexpr const char* kBrowserNavigationChangedSignal = "navigationChanged()";
+// The same for the Delete Queue's items: a selected row to queue, a queue to empty.
+inline constexpr const char* kBrowserCanCollectQuery = "canCollectSelectedItem()";
+inline constexpr const char* kBrowserHasCollectedQuery = "hasCollectedItems()";
+inline constexpr const char* kBrowserCollectorChangedSignal = "collectorChanged()";
 
 class MainWindow : public QMainWindow {
   Q_OBJECT

@@ -1,8 +1,8 @@
 // The main window's menu bar: File, Edit, View, Action, Go, Window and Help, with the desktop's
 // placement of the application items (Settings… in Edit, About in Help, Quit in File). An item
 // that cannot act yet is present but disabled: "Scan Folder…" until the overview's add-folder
-// operation is installed, the browser's Go and Action items while no browser shows, the Delete
-// Queue items until the queue exists.
+// operation is installed, the browser's Go and Action items (the Delete Queue's among them) while
+// no browser shows.
 #pragma once
 
 #include <QString>

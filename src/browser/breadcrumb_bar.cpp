@@ -1,11 +1,13 @@
 #include "browser/breadcrumb_bar.h"
 
 #include <QFontMetrics>
+#include <QFontMetricsF>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
 #include <QResizeEvent>
 #include <algorithm>
+#include <cmath>
 
 #include "browser/display_text.h"
 #include "ui/palette.h"
@@ -55,7 +57,7 @@ class CrumbButton : public QPushButton {
   }
 
   QSize sizeHint() const override {
-    const int whole = fontMetrics().horizontalAdvance(name_) + kCrumbPadding;
+    const int whole = textWidth() + kCrumbPadding;
     return {std::min(whole, kBreadcrumbMaximumWidth), QPushButton::sizeHint().height()};
   }
   QSize minimumSizeHint() const override {
@@ -69,8 +71,14 @@ class CrumbButton : public QPushButton {
   }
 
  private:
+  // The name's width rounded up: the rounded-down advance is a fraction short of what the text
+  // needs, and eliding to it would shorten names that fit.
+  int textWidth() const {
+    return static_cast<int>(std::ceil(QFontMetricsF(font()).horizontalAdvance(name_)));
+  }
   void elideTo(int width) {
-    setText(fontMetrics().elidedText(name_, Qt::ElideMiddle, width - kCrumbPadding));
+    const int room = width - kCrumbPadding;
+    setText(room >= textWidth() ? name_ : fontMetrics().elidedText(name_, Qt::ElideMiddle, room));
   }
 
   QString name_;

@@ -3,13 +3,17 @@
 #include <QDragEnterEvent>
 #include <QDropEvent>
 #include <QFileIconProvider>
+#include <QGraphicsOpacityEffect>
 #include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QLabel>
 #include <QMimeData>
+#include <QParallelAnimationGroup>
+#include <QPropertyAnimation>
 #include <QSplitter>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <algorithm>
 
 #include "browser/breadcrumb_bar.h"
 #include "browser/display_text.h"
@@ -19,8 +23,13 @@
 #include "browser/scan_list_view.h"
 #include "browser/sunburst_view.h"
 #include "browser/volume_presentation.h"
+#include "cleanup/collector_icon_view.h"
+#include "cleanup/collector_panel.h"
+#include "cleanup/delete_queue.h"
 #include "platform/file_manager.h"
 #include "platform/file_url.h"
+#include "platform/paths.h"
+#include "platform/reduce_motion.h"
 #include "platform/terminal_launcher.h"
 #include "store/scan_store.h"
 #include "ui/byte_count.h"
@@ -32,6 +41,7 @@ namespace tw {
 namespace {
 
 constexpr int kSizeColumnWidth = 96;
+constexpr std::size_t kMaxFlyingRows = 12;
 
 QString htmlColor(const Rgba& colour) {
   return toQColor(colour).name();
@@ -56,6 +66,11 @@ ScanBrowser::ScanBrowser(ScanNodeRef root, Options options, QWidget* parent)
   if (!options_.revealInFiles) options_.revealInFiles = revealInFileManager;
   if (scanRoot_) prepareVolumePresentationForRoot(*scanRoot_, *options_.volumeLayout);
   currentNode_ = scanRoot_.get();
+  queue_ = new DeleteQueue(this);
+  queue_->setScanRoot(scanRoot_);
+  isNodeRepresentedInCollector_ = [this](const ScanNode* node) {
+    return queue_->isNodeRepresented(node);
+  };
   buildWidgets();
   setAcceptDrops(true);
   refreshAnimated(false);
@@ -159,11 +174,47 @@ void ScanBrowser::buildWidgets() {
   status_->setStyleSheet(QStringLiteral("color: %1;").arg(htmlColor(palette::kSystemOrange)));
   status_->hide();
   sideColumn->addWidget(status_);
+  sideColumn->addSpacing(8);
+  collector_ = new CollectorPanel(queue_, side);
+  sideColumn->addWidget(collector_);
   splitter_->addWidget(side);
   splitter_->setStretchFactor(0, 3);
   splitter_->setStretchFactor(1, 2);
 
   preview_ = new PreviewWindow(this);
+
+  // The chart and the list's sizes show what will be left after the cleanup.
+  auto remainingSize = [this](const ScanNode* node) {
+    if (isNodeRepresentedInCollector_ && isNodeRepresentedInCollector_(node)) return uint64_t{0};
+    return queue_->remainingSize(node);
+  };
+  sunburst_->setSizeFunction(remainingSize);
+  rows_->setSizeFunction(remainingSize);
+  connect(list_, &ScanListView::collectRequested, this, &ScanBrowser::collectSelectedItem);
+  connect(list_, &ScanListView::rowDragActive, collector_->icon(),
+          &CollectorIconView::setDragAvailable);
+  connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+          &ScanBrowser::collectorChanged);
+  connect(queue_, &DeleteQueue::changed, this, &ScanBrowser::collectorDidChange);
+  connect(collector_, &CollectorPanel::itemReturned, this,
+          [this](const std::string& path, const QPixmap& picture, const QRect& rect) {
+            const auto& nodes = rows_->nodes();
+            for (std::size_t row = 0; row < nodes.size(); ++row) {
+              if (nodes[row]->path() != path) continue;
+              animateRowPicture(picture, rect.translated(collector_->mapTo(this, QPoint(0, 0))),
+                                rectInBrowserForMainRow(static_cast<int>(row)));
+              return;
+            }
+          });
+  cleanup_ = new CleanupFlow(queue_, this, options_.cleanup, this);
+  cleanup_->setScanRoot(scanRoot_);
+  connect(collector_, &CollectorPanel::deleteRequested, cleanup_,
+          &CleanupFlow::deleteCollectedItems);
+  connect(cleanup_, &CleanupFlow::statusMessage, collector_, &CollectorPanel::showStatusMessage);
+  connect(cleanup_, &CleanupFlow::statusCleared, collector_, &CollectorPanel::refreshCollector);
+  connect(cleanup_, &CleanupFlow::runningChanged, collector_, &CollectorPanel::setCleanupRunning);
+  connect(cleanup_, &CleanupFlow::reloadRequested, this,
+          &ScanBrowser::reloadSnapshotPreservingCurrentPath);
 }
 
 // --- Navigation ------------------------------------------------------------------------------
@@ -219,6 +270,15 @@ std::vector<ScanNode*> ScanBrowser::visibleChildrenForNode(ScanNode* node) const
     if (isNodeRepresentedInCollector_ && isNodeRepresentedInCollector_(child)) continue;
     visible.push_back(child);
   }
+  // Folders holding queued items shrink by them; the list stays largest first by what is left.
+  if (queue_ && !queue_->isEmpty()) {
+    std::vector<std::pair<uint64_t, ScanNode*>> sized;
+    sized.reserve(visible.size());
+    for (ScanNode* child : visible) sized.emplace_back(queue_->remainingSize(child), child);
+    std::stable_sort(sized.begin(), sized.end(),
+                     [](const auto& a, const auto& b) { return a.first > b.first; });
+    for (std::size_t i = 0; i < sized.size(); ++i) visible[i] = sized[i].second;
+  }
   return visible;
 }
 
@@ -226,6 +286,137 @@ void ScanBrowser::setIsNodeRepresentedInCollector(
     std::function<bool(const ScanNode*)> isRepresented) {
   isNodeRepresentedInCollector_ = std::move(isRepresented);
   reloadList();
+}
+
+// --- Delete Queue ----------------------------------------------------------------------------
+
+bool ScanBrowser::canCollectSelectedItem() const {
+  return list_->selectionModel()->hasSelection();
+}
+
+bool ScanBrowser::hasCollectedItems() const {
+  return !queue_->isEmpty();
+}
+
+void ScanBrowser::collectSelectedItem() {
+  // Paths and pictures first: each accepted item changes the rows.
+  struct Row {
+    std::string path;
+    QPixmap picture;
+    QRect rect;
+  };
+  std::vector<Row> rows;
+  for (const QModelIndex& index : list_->selectionModel()->selectedRows()) {
+    ScanNode* node = rows_->nodeAt(index);
+    if (!node) continue;
+    // Only rows on screen fly, and only a few of a large selection.
+    QRect rect = rows.size() < kMaxFlyingRows ? rectInBrowserForMainRow(index.row()) : QRect();
+    rows.push_back({node->path(), rect.isEmpty() ? QPixmap() : grab(rect), rect});
+  }
+  const QRect icon(collector_->icon()->mapTo(this, QPoint(0, 0)), collector_->icon()->size());
+  for (const Row& row : rows) {
+    const int before = queue_->count();
+    if (queue_->collectPath(row.path) && queue_->count() != before && !row.rect.isEmpty())
+      animateRowPicture(row.picture, row.rect, icon);
+  }
+}
+
+QRect ScanBrowser::rectInBrowserForMainRow(int row) const {
+  if (row < 0) return {};
+  QRect rect = list_->visualRect(rows_->index(row, ScanChildrenModel::kNameColumn))
+                   .united(list_->visualRect(rows_->index(row, ScanChildrenModel::kSizeColumn)));
+  rect = rect.intersected(list_->viewport()->rect());
+  if (rect.isEmpty()) return {};
+  rect.moveTopLeft(list_->viewport()->mapTo(this, rect.topLeft()));
+  return rect;
+}
+
+void ScanBrowser::animateRowPicture(const QPixmap& picture, const QRect& from, const QRect& to) {
+  if (picture.isNull() || from.isEmpty() || to.isEmpty() || !isVisible() || prefersReducedMotion())
+    return;
+  auto* flight = new QLabel(this);
+  flight->setPixmap(picture);
+  flight->setAttribute(Qt::WA_TransparentForMouseEvents);
+  flight->setGeometry(from);
+  auto* fade = new QGraphicsOpacityEffect(flight);
+  flight->setGraphicsEffect(fade);
+  flight->show();
+  flight->raise();
+  // The copy keeps its size and fades as its centre travels to the target's centre.
+  QEasingCurve easeInOut(QEasingCurve::BezierSpline);
+  easeInOut.addCubicBezierSegment(QPointF(0.42, 0), QPointF(0.58, 1), QPointF(1, 1));
+  auto* flightPath = new QParallelAnimationGroup(flight);
+  auto* move = new QPropertyAnimation(flight, "pos");
+  move->setDuration(320);
+  move->setEasingCurve(easeInOut);
+  move->setStartValue(from.topLeft());
+  move->setEndValue(to.center() - QPoint(from.width() / 2, from.height() / 2));
+  flightPath->addAnimation(move);
+  auto* vanish = new QPropertyAnimation(fade, "opacity");
+  vanish->setDuration(320);
+  vanish->setStartValue(1.0);
+  vanish->setEndValue(0.15);
+  flightPath->addAnimation(vanish);
+  connect(flightPath, &QParallelAnimationGroup::finished, flight, &QObject::deleteLater);
+  flightPath->start();
+}
+
+void ScanBrowser::removeAllCollectedItems() {
+  queue_->removeAll();
+}
+
+void ScanBrowser::deleteCollectedItems() {
+  cleanup_->deleteCollectedItems();
+}
+
+void ScanBrowser::collectorDidChange() {
+  sunburst_->rebuildSegments();
+  sunburst_->update();
+  reloadList();
+  emit collectorChanged();
+}
+
+void ScanBrowser::reloadSnapshotPreservingCurrentPath() {
+  std::shared_ptr<ScanStore> store = scanRoot_ ? scanRoot_->scanStore() : nullptr;
+  if (!store) {
+    refreshAnimated(false);
+    return;
+  }
+  const std::string place = currentNode_ ? standardizePath(currentNode_->path()) : std::string();
+  ScanNodeRef fresh = store->rootNode();
+  if (!fresh) return;
+  prepareVolumePresentationForRoot(*fresh, *options_.volumeLayout);
+  const std::string rootPath = standardizePath(fresh->path());
+
+  // The folders from the old place up to the root that the saved scan still holds, deepest
+  // first, linked below the fresh root.
+  std::vector<ScanNodeRef> found;
+  if (!place.empty() && place != rootPath) {
+    for (std::string path = place; !path.empty() && path != rootPath;) {
+      if (ScanNodeRef node = store->nodeAtPath(path)) found.push_back(std::move(node));
+      std::string up = parentPath(path);
+      if (up == path) break;
+      path = std::move(up);
+    }
+  }
+  ScanNode* parent = fresh.get();
+  for (auto it = found.rbegin(); it != found.rend(); ++it) {
+    (*it)->setParent(parent);
+    parent = it->get();
+  }
+  // The old tree goes away with the old root: nothing may point into it any more.
+  preview_->hide();
+  previewNode_ = nullptr;
+  summaryNode_ = nullptr;
+  scanRoot_ = fresh;
+  reloadedPath_ = std::move(found);
+  currentNode_ = reloadedPath_.empty() ? scanRoot_.get() : reloadedPath_.front().get();
+  backHistory_.clear();
+  forwardHistory_.clear();
+  queue_->setScanRoot(scanRoot_);
+  cleanup_->setScanRoot(scanRoot_);
+  emit snapshotDidChange(scanRoot_);
+  refreshAnimated(false);
 }
 
 // --- Chart delegate --------------------------------------------------------------------------

@@ -10,6 +10,8 @@
 // folders the chart and the list show are ever loaded.
 #pragma once
 
+#include <QPixmap>
+#include <QRect>
 #include <QString>
 #include <QWidget>
 #include <functional>
@@ -17,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "cleanup/cleanup_flow.h"
 #include "platform/volume_layout.h"
 #include "scan/scan_node.h"
 
@@ -26,6 +29,8 @@ class QSplitter;
 namespace tw {
 
 class BreadcrumbBar;
+class CollectorPanel;
+class DeleteQueue;
 class ElidedLabel;
 class PreviewWindow;
 class ScanChildrenModel;
@@ -44,6 +49,8 @@ class ScanBrowser : public QWidget {
     std::function<void(const std::string& folder)> openTerminal;
     // Shows items selected in the file manager; null: revealInFileManager.
     std::function<void(const std::vector<std::string>& paths)> revealInFiles;
+    // The Trash, the safety rule and the file manager of the cleanup.
+    CleanupFlow::Options cleanup;
   };
 
   // Prepares `root` for presentation (prepareVolumePresentationForRoot) and shows it.
@@ -72,8 +79,18 @@ class ScanBrowser : public QWidget {
   // The list rows of `node`: its children in child order without those of size 0 and those the
   // Delete Queue holds.
   std::vector<ScanNode*> visibleChildrenForNode(ScanNode* node) const;
-  // Answers whether the Delete Queue holds a node (such nodes are hidden); none by default.
+  // Answers whether a node is hidden as queued; by default the browser's own Delete Queue.
   void setIsNodeRepresentedInCollector(std::function<bool(const ScanNode*)> isRepresented);
+
+  // The Delete Queue and its cleanup.
+  DeleteQueue* deleteQueue() const { return queue_; }
+  CollectorPanel* collectorPanel() const { return collector_; }
+  CleanupFlow* cleanupFlow() const { return cleanup_; }
+  Q_INVOKABLE bool canCollectSelectedItem() const;
+  Q_INVOKABLE bool hasCollectedItems() const;
+  // Rebuilds the tree from the saved scan after a cleanup or an undo: the same folder when it
+  // still exists, else its nearest surviving ancestor; the history is cleared.
+  void reloadSnapshotPreservingCurrentPath();
 
   // Parts, for the window and for tests.
   SunburstView* sunburstView() const { return sunburst_; }
@@ -97,6 +114,10 @@ class ScanBrowser : public QWidget {
   void openCurrentFolderInTerminal();
   // Space: shows the selected file in the preview window, or closes the window.
   void togglePreview();
+  // The Delete Queue: queue the list's selected rows, empty the queue, start the cleanup.
+  void collectSelectedItem();
+  void removeAllCollectedItems();
+  void deleteCollectedItems();
 
  signals:
   // "Disks and Folders" was clicked.
@@ -107,6 +128,8 @@ class ScanBrowser : public QWidget {
   void snapshotDidChange(tw::ScanNodeRef root);
   // Back, forward or the enclosing folder became possible or impossible.
   void navigationChanged();
+  // The Delete Queue or the list's selection changed (the queue's menu items may change).
+  void collectorChanged();
   // The saved scan could not be read; reported once per browser.
   void readErrorReported(const QString& description);
 
@@ -132,6 +155,10 @@ class ScanBrowser : public QWidget {
   void updateTitle();
   void reloadList();
   void reportReadErrorOnce();
+  void collectorDidChange();
+  // A copy of a row flies from `from` to `to` (browser coordinates), unless motion is reduced.
+  void animateRowPicture(const QPixmap& picture, const QRect& from, const QRect& to);
+  QRect rectInBrowserForMainRow(int row) const;
 
   Options options_;
   ScanNodeRef scanRoot_;
@@ -139,6 +166,8 @@ class ScanBrowser : public QWidget {
   ScanNode* summaryNode_ = nullptr;
   ScanNode* previewNode_ = nullptr;
   std::vector<ScanNode*> backHistory_, forwardHistory_;
+  // Folders found again after a reload that the fresh root's tree does not hold.
+  std::vector<ScanNodeRef> reloadedPath_;
   std::function<bool(const ScanNode*)> isNodeRepresentedInCollector_;
   bool revealed_ = false;
   bool readErrorReported_ = false;
@@ -153,6 +182,9 @@ class ScanBrowser : public QWidget {
   ScanChildrenModel* rows_ = nullptr;
   QLabel* status_ = nullptr;
   PreviewWindow* preview_ = nullptr;
+  DeleteQueue* queue_ = nullptr;
+  CollectorPanel* collector_ = nullptr;
+  CleanupFlow* cleanup_ = nullptr;
 };
 
 // Whether a chart click on `node` opens it: a directory that is not virtual and not an empty

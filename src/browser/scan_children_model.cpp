@@ -50,8 +50,9 @@ QVariant ScanChildrenModel::data(const QModelIndex& index, int role) const {
   const bool nameColumn = index.column() == kNameColumn;
   switch (role) {
     case Qt::DisplayRole:
-      return nameColumn ? displayText(node->name())
-                        : QString::fromStdString(formatByteCount(node->size()));
+      return nameColumn
+                 ? displayText(node->name())
+                 : QString::fromStdString(formatByteCount(sizeOf_ ? sizeOf_(node) : node->size()));
     case Qt::ToolTipRole:
       return nameColumn ? displayText(node->name()) : QVariant();
     case Qt::DecorationRole:

@@ -5,6 +5,8 @@
 
 #include <QAbstractTableModel>
 #include <QIcon>
+#include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "scan/scan_node.h"
@@ -31,6 +33,11 @@ class ScanChildrenModel : public QAbstractTableModel {
   int rowOf(const ScanNode* node) const;
   // Icons for folders and files (set by the view's owner; the model makes no platform calls).
   void setIcons(QIcon folder, QIcon file);
+  // The size shown for a row (what it will hold once the Delete Queue is cleaned up); null
+  // shows scanned sizes.
+  void setSizeFunction(std::function<uint64_t(const ScanNode*)> sizeOf) {
+    sizeOf_ = std::move(sizeOf);
+  }
 
   // QAbstractTableModel.
   int rowCount(const QModelIndex& parent = {}) const override;
@@ -47,6 +54,7 @@ class ScanChildrenModel : public QAbstractTableModel {
  private:
   std::vector<ScanNode*> nodes_;
   QIcon folderIcon_, fileIcon_;
+  std::function<uint64_t(const ScanNode*)> sizeOf_;
 };
 
 }  // namespace tw

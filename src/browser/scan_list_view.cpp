@@ -1,7 +1,9 @@
 #include "browser/scan_list_view.h"
 
+#include <QContextMenuEvent>
 #include <QHeaderView>
 #include <QKeyEvent>
+#include <QMenu>
 #include <QMouseEvent>
 
 #include "browser/scan_children_model.h"
@@ -48,7 +50,28 @@ void ScanListView::keyPressEvent(QKeyEvent* event) {
     emit previewToggleRequested();
     return;
   }
+  if (key == Qt::Key_Delete && modifiers == Qt::NoModifier) {
+    if (selectionModel()->hasSelection()) emit collectRequested();
+    return;
+  }
   QTreeView::keyPressEvent(event);
+}
+
+void ScanListView::startDrag(Qt::DropActions supportedActions) {
+  emit rowDragActive(true);
+  QTreeView::startDrag(supportedActions);  // returns when the drag is over
+  emit rowDragActive(false);
+}
+
+void ScanListView::contextMenuEvent(QContextMenuEvent* event) {
+  const QModelIndex index = indexAt(event->pos());
+  if (!index.isValid()) return;
+  if (!selectionModel()->isRowSelected(index.row(), index.parent()))
+    selectionModel()->setCurrentIndex(
+        index, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+  QMenu menu(this);
+  menu.addAction(QStringLiteral("Add to Delete Queue"), this, &ScanListView::collectRequested);
+  menu.exec(event->globalPos());
 }
 
 void ScanListView::mouseMoveEvent(QMouseEvent* event) {

@@ -1,7 +1,8 @@
 // The browser's list view: one row per visible child, kept fast for folders with a hundred
 // thousand children (uniform row heights, no per-row widgets). It reports the row under the
 // pointer and turns the browser's keys into requests: Return opens, Backspace and Alt+Up go to
-// the enclosing folder, Space toggles the preview.
+// the enclosing folder, Space toggles the preview, Delete (and the context menu's "Add to Delete
+// Queue") asks for the selected rows to be queued.
 #pragma once
 
 #include <QTreeView>
@@ -25,11 +26,16 @@ class ScanListView : public QTreeView {
   void openRequested(const QModelIndex& index);
   void parentRequested();
   void previewToggleRequested();
+  void collectRequested();
+  // Rows are being dragged out of the list (true until the drag ends).
+  void rowDragActive(bool active);
 
  protected:
   void keyPressEvent(QKeyEvent* event) override;
   void mouseMoveEvent(QMouseEvent* event) override;
   void leaveEvent(QEvent* event) override;
+  void contextMenuEvent(QContextMenuEvent* event) override;
+  void startDrag(Qt::DropActions supportedActions) override;
 
  private:
   void setHoveredNode(ScanNode* node);

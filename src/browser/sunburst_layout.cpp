@@ -66,13 +66,17 @@ void SunburstLayout::rebuildSegments() {
 void SunburstLayout::appendChildren(std::span<ScanNode* const> children, double start, double end,
                                     unsigned depth, std::vector<SunburstSegment>& into) const {
   if (depth > kMaximumDepth || children.empty()) return;
+  // Sizes are taken once per child: a size function may have to work for its answer.
+  std::vector<uint64_t> sizes;
+  sizes.reserve(children.size());
+  for (const ScanNode* child : children) sizes.push_back(sizeOf_ ? sizeOf_(child) : child->size());
   uint64_t total = 0;
   uint64_t dirTotal = 0;
   int dirCount = 0;
-  for (const ScanNode* child : children) {
-    total += child->size();
-    if (isFolder(*child)) {
-      dirTotal += child->size();
+  for (std::size_t i = 0; i < children.size(); ++i) {
+    total += sizes[i];
+    if (isFolder(*children[i])) {
+      dirTotal += sizes[i];
       ++dirCount;
     }
   }
@@ -84,15 +88,16 @@ void SunburstLayout::appendChildren(std::span<ScanNode* const> children, double 
   const SunburstRing ring = ringForDepth(depth);
   double angle = start;
   double dirFraction = 0;
-  for (ScanNode* child : children) {
+  for (std::size_t i = 0; i < children.size(); ++i) {
+    ScanNode* child = children[i];
     double position = 0;
     if (isFolder(*child) && dirTotal > 0) {
-      const double share = static_cast<double>(child->size()) / static_cast<double>(dirTotal);
+      const double share = static_cast<double>(sizes[i]) / static_cast<double>(dirTotal);
       position = remembered ? *remembered : dirFraction + share * 0.5;
       dirFraction += share;
     }
     const double span =
-        (end - start) * (static_cast<double>(child->size()) / static_cast<double>(total));
+        (end - start) * (static_cast<double>(sizes[i]) / static_cast<double>(total));
     const double next = angle + span;
     if (span >= kMinimumSpan) {
       into.push_back({child, angle, next, ring.innerRadius, ring.outerRadius, position, depth});

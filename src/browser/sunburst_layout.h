@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -69,6 +70,12 @@ class SunburstLayout {
   const ScanNodeRef& rootRef() const { return root_; }
   // Recomputes the segments from the root, after the tree below it has changed.
   void rebuildSegments();
+  // The size each node is drawn with, in place of its scanned size: the browser takes away what
+  // the Delete Queue holds, so the rings show the disk as it will look after a cleanup (a node
+  // drawn with 0 disappears with everything below it). Null draws scanned sizes. Takes effect at
+  // the next rebuild.
+  using SizeFunction = std::function<uint64_t(const ScanNode*)>;
+  void setSizeFunction(SizeFunction sizeOf) { sizeOf_ = std::move(sizeOf); }
   const std::vector<SunburstSegment>& segments() const { return segments_; }
   // The layout step: appends segments for `children` over [start, end] on ring `depth` and
   // recurses into each drawn child, parents before descendants.
@@ -102,6 +109,7 @@ class SunburstLayout {
   };
 
   ScanNodeRef root_;
+  SizeFunction sizeOf_;
   std::vector<SunburstSegment> segments_;
   std::unordered_map<const ScanNode*, int> indexByNode_;
   std::unordered_map<const ScanNode*, Remembered> colorPositionsByRoot_;

@@ -207,6 +207,12 @@ void SunburstView::rebuildSegments() {
   invalidateRestingPicture();
 }
 
+void SunburstView::setSizeFunction(SunburstLayout::SizeFunction sizeOf) {
+  layout_.setSizeFunction(std::move(sizeOf));
+  rebuildSegments();
+  update();
+}
+
 void SunburstView::setSelectedNode(ScanNode* node) {
   if (node == selectedNode_) return;
   selectedNode_ = node;

@@ -46,6 +46,8 @@ class SunburstView : public QWidget {
   ScanNode* rootNode() const { return layout_.rootNode(); }
   // Recomputes the segments after the tree below the root has changed.
   void rebuildSegments();
+  // Draws nodes with `sizeOf` (SunburstLayout::setSizeFunction) and rebuilds.
+  void setSizeFunction(SunburstLayout::SizeFunction sizeOf);
   const std::vector<SunburstSegment>& segments() const { return layout_.segments(); }
   const SunburstLayout& layout() const { return layout_; }
   SunburstLayout& layout() { return layout_; }

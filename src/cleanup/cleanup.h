@@ -30,6 +30,21 @@ struct SafetyRule {
 // symbolic links, and the checks run in the documented order.
 bool isSafeDeletionPath(std::string_view path, std::string_view scanRootPath,
                         const SafetyRule& rule);
+// The same check for many paths of one scan: the root and the homes are resolved once.
+class SafetyCheck {
+ public:
+  SafetyCheck(std::string_view scanRootPath, const SafetyRule& rule);
+  bool isSafe(std::string_view path) const;
+
+ private:
+  std::string root_;
+  std::vector<std::string> home_;            // as written and resolved
+  std::vector<std::string> protectedHomes_;  // likewise
+};
+// True when the resolved path is a system folder or lies below one (or the protected homes of
+// `rule`); disks mounted below "/run/media/" and "/media/" stay usable. Cleanup suggestions skip
+// the same paths, so nothing they offer can fail the safety check.
+bool isProtectedPath(std::string_view resolvedPath, const SafetyRule& rule);
 
 // Moving: the safety check over every path first, then one Trash call.
 struct TrashOutcome {
@@ -46,19 +61,25 @@ TrashOutcome moveItemsToTrash(const std::vector<std::string>& paths, std::string
 
 // Marking: the moved items found in the saved scan and marked deleted, or an error and nothing
 // marked ("One or more files could not be found in the saved scan." when any is missing).
+inline constexpr const char* kMovedItemsNotFoundMessage =
+    "One or more files could not be found in the saved scan.";
 struct MarkOutcome {
   std::vector<ScanNodeRef> markedNodes;
   std::optional<Error> error;
 };
 MarkOutcome markMovedItems(ScanStore& store, const TrashMapping& mapping);
 
-// Undo: each pair moved back unless something now occupies its original place. Files only; the
-// caller unmarks the restored nodes with ScanStore::setNodes(…, false).
+// Undo: each pair moved back unless something now occupies its original place; the disk only,
+// unmarkRestoredItems then gives the saved scan its items back.
 struct TrashRestoreOutcome {
   std::vector<std::string> restoredPaths;  // original paths now back in place
   std::vector<std::string> failedNames;    // last path component of each pair that failed
   TrashMapping remaining;                  // the failed pairs, for another Undo
 };
 TrashRestoreOutcome restoreItems(const TrashMapping& mapping, const TrashOptions& options = {});
+// Unmarks the nodes of `markedNodes` whose path is among `restoredPaths` (what restoreItems put
+// back); true when there is nothing to unmark.
+bool unmarkRestoredItems(ScanStore& store, const std::vector<ScanNodeRef>& markedNodes,
+                         const std::vector<std::string>& restoredPaths, Error* error = nullptr);
 
 }  // namespace tw

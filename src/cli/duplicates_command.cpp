@@ -77,7 +77,9 @@ int searchSavedScan(const std::string& file, bool json) {
 int runDuplicatesCommand(int argc, char** argv) {
   bool duplicates = false, json = false;
   std::string file;
-  for (int i = 1; i < argc; ++i) duplicates = duplicates || std::string(argv[i]) == "--duplicates";
+  // Every argument after --trash is a path, whatever it reads.
+  for (int i = 1; i < argc && std::string(argv[i]) != "--trash"; ++i)
+    duplicates = duplicates || std::string(argv[i]) == "--duplicates";
   if (!duplicates) return -1;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];

@@ -1,6 +1,7 @@
 // tarnwell-scan: the headless companion. Scans a folder or disk with the same engine as the app and
 // prints the root's children largest first, the scan issues, and with --json one line of figures.
-// It can save the scan as a scan database (-o) and show a saved scan without rescanning (--open).
+// It can save the scan as a scan database (-o), show a saved scan without rescanning (--open), and
+// move items of a saved scan to the Trash, marking them in it (--open FILE --trash PATH…).
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@
 
 #include "cli/duplicates_command.h"
 #include "cli/json_line.h"
+#include "cli/trash_command.h"
 #include "platform/paths.h"
 #include "scan/directory_scanner.h"
 #include "store/scan_store.h"
@@ -27,11 +29,14 @@ constexpr const char* kUsage =
     "usage: tarnwell-scan [--threads N] [--json] [-o FILE] PATH\n"
     "       tarnwell-scan [--json] --open FILE\n"
     "       tarnwell-scan [--json] --open FILE --duplicates\n"
+    "       tarnwell-scan [--json] --open FILE --trash PATH...\n"
     "  --threads N  threads making system calls, the walk included (default 2)\n"
     "  --json       print one JSON line of figures instead of the listing\n"
     "  -o FILE      save the scan as a scan database in FILE\n"
     "  --open FILE  show a saved scan database without scanning\n"
-    "  --duplicates list files of equal contents in the saved scan, largest first\n";
+    "  --duplicates list files of equal contents in the saved scan, largest first\n"
+    "  --trash PATH...  move these items of the saved scan to the Trash and mark them deleted in\n"
+    "               it (every argument after --trash is a path)\n";
 
 uint64_t currentRssBytes() {
   std::ifstream statm("/proc/self/statm");
@@ -147,6 +152,8 @@ int main(int argc, char** argv) {
   std::string path;
   std::string outputFile;
   std::string openFile;
+  std::vector<std::string> trashPaths;
+  bool trash = false;
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
     if (arg == "--json") {
@@ -155,6 +162,10 @@ int main(int argc, char** argv) {
       outputFile = argv[++i];
     } else if (arg == "--open" && i + 1 < argc) {
       openFile = argv[++i];
+    } else if (arg == "--trash") {
+      // Every argument after it is a path, even one that starts with "-".
+      trash = true;
+      for (++i; i < argc; ++i) trashPaths.push_back(absolutePath(argv[i]));
     } else if (arg == "--threads" && i + 1 < argc) {
       // A whole number from 1 to 256; anything else is a mistake worth saying, not a default.
       char* end = nullptr;
@@ -175,11 +186,16 @@ int main(int argc, char** argv) {
       return 2;
     }
   }
+  if (trash && (openFile.empty() || trashPaths.empty())) {
+    std::fputs(kUsage, stderr);
+    return 2;
+  }
   if (!openFile.empty()) {
     if (!path.empty() || !outputFile.empty()) {
       std::fputs(kUsage, stderr);
       return 2;
     }
+    if (trash) return tw::trashSavedScanItems(absolutePath(openFile), trashPaths, json);
     return openSavedScan(absolutePath(openFile), json);
   }
   if (path.empty()) {

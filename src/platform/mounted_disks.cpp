@@ -161,6 +161,12 @@ DiskOfMount diskOfMount(std::string_view mountinfo, uint64_t mountID, uint64_t r
   return result;
 }
 
+std::string mountPointOfMount(std::string_view mountinfo, uint64_t mountID) {
+  for (const MountLine& line : parseLines(mountinfo))
+    if (line.disk.mountID == mountID) return line.disk.mountPath;
+  return {};
+}
+
 std::string readMountInfo() {
   std::ifstream in("/proc/self/mountinfo");
   std::stringstream text;

@@ -35,6 +35,10 @@ struct DiskOfMount {
 };
 DiskOfMount diskOfMount(std::string_view mountinfo, uint64_t mountID, uint64_t rootDevice = 0);
 
+// Where mount `mountID` is mounted (mountinfo's mount point field, decoded); "" when mountinfo
+// does not list it.
+std::string mountPointOfMount(std::string_view mountinfo, uint64_t mountID);
+
 // This process's mountinfo ("" when /proc is not mounted) and the device of its root.
 std::string readMountInfo();
 uint64_t rootDevice();

@@ -46,7 +46,7 @@ inline constexpr const char* kClearChecksum =
     "UPDATE items SET checksum=NULL,checksum_size=NULL,checksum_modification_date=NULL WHERE id=?";
 inline constexpr const char* kStoreChecksum =
     "UPDATE items SET checksum=?,checksum_size=?,checksum_modification_date=? WHERE id=?";
-inline constexpr const char* kBeginImmediate = "BEGIN IMMEDIATE";
+inline constexpr const char* kBeginBatch = "BEGIN IMMEDIATE";
 inline constexpr const char* kCommitBatch = "COMMIT";
 inline constexpr const char* kRollbackBatch = "ROLLBACK";
 

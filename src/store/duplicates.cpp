@@ -214,7 +214,7 @@ void DuplicateSearch::clearChecksums(const std::vector<int64_t>& ids) {
   std::lock_guard guard(store_.lock_);
   // One transaction for all of them; each result is ignored, as a stale checksum is cleared again
   // by the next search.
-  const bool inTransaction = execScript(store_.db_, schema::kBeginImmediate);
+  const bool inTransaction = execScript(store_.db_, schema::kBeginBatch);
   Statement clear(store_.db_, schema::kClearChecksum);
   for (int64_t id : ids) {
     clear.bindInt(1, id);
@@ -295,7 +295,7 @@ std::optional<Error> DuplicateSearch::storeBatch(std::size_t batch, const BatchH
   const std::size_t end = std::min(jobs_.size(), begin + BatchHasher::kBatchSize);
   std::lock_guard guard(store_.lock_);
   sqlite3* db = store_.db_;
-  if (!execScript(db, schema::kBeginImmediate)) return sqliteError(db, schema::label::kWrite);
+  if (!execScript(db, schema::kBeginBatch)) return sqliteError(db, schema::label::kWrite);
   Statement update(db, schema::kStoreChecksum);
   Statement clear(db, schema::kClearChecksum);
   bool ok = update.valid() && clear.valid();

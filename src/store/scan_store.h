@@ -155,6 +155,8 @@ class ScanStore : public std::enable_shared_from_this<ScanStore> {
                                        const char* prepareLabel, const char* stepLabel,
                                        std::optional<Error>* failure = nullptr);
   std::vector<ScanNodeRef> subtreeNodes(const char* sql, ScanNode* node, int64_t limit);
+  // setNodes on rows `ids`, none inside another, in one immediate transaction.
+  bool markRows(const std::vector<int64_t>& ids, bool deleted, Error* error);
   std::vector<DuplicateGroup> duplicateSnapshotUnderID(int64_t nodeID,
                                                        DuplicateGroupsByPath* groupsByPath);
   friend class DuplicateSearch;

@@ -150,6 +150,23 @@ inline constexpr const char* kFilesByExtensionTail =
     " ORDER BY i.size DESC,i.name COLLATE NOCASE LIMIT ?";
 inline constexpr const char* kStreamNodes = TW_SUBTREE_NODES "i.is_deleted=0 ORDER BY i.id";
 
+// Deletion marks, inside one immediate transaction: a row's state, the flag on its whole subtree
+// (deleted rows included, so a restore brings back items deleted earlier below it), and its size
+// moved on every ancestor, never below 0. The metadata refresh ends the transaction.
+inline constexpr const char* kBeginImmediate = "BEGIN IMMEDIATE";
+inline constexpr const char* kRollbackMarks = "ROLLBACK";
+inline constexpr const char* kMarkState = "SELECT size,is_deleted FROM items WHERE id=?";
+inline constexpr const char* kMarkSubtree =
+    "WITH RECURSIVE subtree(id) AS (SELECT ? UNION ALL SELECT i.id FROM items i JOIN subtree s ON "
+    "i.parent_id=s.id) UPDATE items SET is_deleted=? WHERE id IN (SELECT id FROM subtree)";
+inline constexpr const char* kMoveAncestorSizes =
+    "WITH RECURSIVE ancestors(id) AS (SELECT parent_id FROM items WHERE id=? UNION ALL SELECT "
+    "i.parent_id FROM items i JOIN ancestors a ON i.id=a.id WHERE a.id IS NOT NULL) UPDATE items "
+    "SET size=MAX(0,size+?) WHERE id IN (SELECT id FROM ancestors WHERE id IS NOT NULL)";
+inline constexpr const char* kRefreshMetadataAndCommit =
+    "UPDATE scan_metadata SET logical_size=(SELECT size FROM items WHERE id=root_node_id), "
+    "source_item_count=(SELECT COUNT(*) FROM items WHERE is_deleted=0); COMMIT";
+
 #undef TW_NODE_COLUMNS
 #undef TW_SUBTREE_NODE_COLUMNS
 #undef TW_SUBTREE
@@ -171,6 +188,7 @@ inline constexpr const char* kPrepareSummary = "Prepare file-type summary";
 inline constexpr const char* kReadTypeFiles = "Read file-type files";
 inline constexpr const char* kPrepareTypeFiles = "Prepare file-type files query";
 inline constexpr const char* kStream = "Stream scan items";
+inline constexpr const char* kMarkDeleted = "Update deletion marks";
 }  // namespace label
 
 }  // namespace tw::schema

@@ -23,16 +23,20 @@
 namespace tw {
 namespace {
 
-// A browser as the window sees one: some navigation slots and the way back.
+// A browser as the window sees one: some navigation slots, a Delete Queue and the way back.
 class FakeBrowser : public QWidget {
   Q_OBJECT
  public:
-  int backs = 0, terminals = 0;
+  int backs = 0, terminals = 0, emptied = 0;
+  bool queued = false;
+  Q_INVOKABLE bool hasCollectedItems() const { return queued; }
  public slots:
   void navigateBack() { ++backs; }
   void openCurrentFolderInTerminal() { ++terminals; }
+  void removeAllCollectedItems() { ++emptied; }
  signals:
   void showOverviewRequested();
+  void collectorChanged();
 };
 
 ScanNodeRef folderResult(const std::string& path) {
@@ -207,6 +211,13 @@ TEST_F(ScanSessionTest, BrowserItemsActOnlyWhileABrowserShows) {
   menus.back->trigger();
   menus.openCurrentFolderInTerminal->trigger();
   EXPECT_EQ(browser->backs + browser->terminals, 2);
+  // The Delete Queue's item follows the browser's answer whenever the queue changes.
+  EXPECT_FALSE(menus.removeAllCollectedItems->isEnabled());
+  browser->queued = true;
+  emit browser->collectorChanged();
+  ASSERT_TRUE(menus.removeAllCollectedItems->isEnabled());
+  menus.removeAllCollectedItems->trigger();
+  EXPECT_EQ(browser->emptied, 1);
 
   emit browser->showOverviewRequested();
   EXPECT_TRUE(QTest::qWaitFor([&] { return alive.isNull(); }, 3000));

@@ -209,6 +209,7 @@ TEST(ScanBrowserNamesTest, LongNamesElideWithoutMovingTheChartAndOddBytesShowBut
   for (char level : {'1', '2', '3', '4'}) deepest = addFolder(deepest, name + level, 100);
   addFile(deepest, "file", 100);
   ScanNode* oddFile = addFile(root.get(), odd, 10);
+  ScanNode* shortName = addFolder(root.get(), "Photos 2024", 0);
   ScanBrowser browser(root, quietOptions());
   browser.resize(760, 500);
   browser.show();
@@ -235,6 +236,10 @@ TEST(ScanBrowserNamesTest, LongNamesElideWithoutMovingTheChartAndOddBytesShowBut
     EXPECT_TRUE(crumb->text().contains(QChar(0x2026))) << crumb->text().toStdString();
     EXPECT_LE(crumb->fontMetrics().horizontalAdvance(crumb->text()), crumb->width());
   }
+  // A name that fits is shown whole, not shortened by a rounding of its width.
+  browser.navigateToNode(shortName, true);
+  QCoreApplication::processEvents();
+  EXPECT_EQ(crumbTitles(browser).back(), "Photos 2024");
 
   // Odd bytes show as replacement characters on one line; a drag carries the real bytes.
   browser.navigateToNode(root.get(), true);

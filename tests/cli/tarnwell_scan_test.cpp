@@ -178,10 +178,43 @@ TEST(TarnwellScan, DuplicatesOfASavedScanListLargestFirstAndASecondRunReadsNothi
   EXPECT_NE(jsonValue(again.out, "dup_s"), "<missing>");
 }
 
+TEST(TarnwellScan, TrashMovesSafeItemsOfASavedScanAndShrinksItOrMovesNothing) {
+  TempTree tree;
+  const std::string scan = tree.folder("scan");
+  const uint64_t moved =
+      allocatedSize(tree.file("scan/a", 50000)) + allocatedSize(tree.file("scan/dir/c", 90000));
+  tree.file("scan/b", 1000);
+  const std::string database = tree.path("scan.sqlite");
+  ASSERT_EQ(runTool({"-o", database, scan}).status, 0);
+  const uint64_t before = ScanStore::metadataAt(database)->logicalSize;
+  // A private home trash on the tree's own disk.
+  auto trash = [&](std::vector<std::string> args) {
+    args.insert(args.begin(), {"env", "XDG_DATA_HOME=" + tree.path("data"), TARNWELL_SCAN_TOOL});
+    return test::runProcess(args);
+  };
+  ProcessRun run = trash({"--json", "--open", database, "--trash", scan + "/a", scan + "/dir"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(jsonNumber(run.out, "moved"), 2u) << run.out;
+  EXPECT_EQ(jsonNumber(run.out, "bytes"), moved) << run.out;
+  EXPECT_NE(jsonValue(run.out, "mark_s"), "<missing>") << run.out;
+  EXPECT_EQ(test::readFile(tree.path("data/Trash/files/dir/c")).size(), 90000u);
+  EXPECT_EQ(ScanStore::metadataAt(database)->logicalSize, before - moved);
+  // The scanned folder itself stops everything; nothing moves.
+  run = trash({"--open", database, "--trash", scan + "/b", scan});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(run.err.find(scan + ": Deletion stopped: an item failed the safety check."),
+            std::string::npos)
+      << run.err;
+  run = trash({"--open", database, "--trash", scan + "/b"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.out, scan + "/b → " + tree.path("data/Trash/files/b") + "\n");
+}
+
 TEST(TarnwellScan, BadArgumentsExitTwoWithUsage) {
   for (const char* line :
        {"", "--json", "--bogus /", "/ /", "--threads", "/ --threads", "--threads abc /",
-        "--threads 0 /", "--threads -2 /", "--threads 3x /", "--open x.sqlite /", "--duplicates",
+        "--threads 0 /", "--threads -2 /", "--threads 3x /", "--open x.sqlite /", "--trash /",
+        "--open x.sqlite --trash", "/ --trash /x", "-o x.sqlite --trash /x", "--duplicates",
         "--duplicates /", "--open x.sqlite --duplicates --threads 2"}) {
     std::vector<std::string> args;
     std::istringstream words(line);
