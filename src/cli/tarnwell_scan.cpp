@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "cli/duplicates_command.h"
 #include "cli/json_line.h"
 #include "cli/trash_command.h"
 #include "platform/paths.h"
@@ -27,11 +28,13 @@ namespace {
 constexpr const char* kUsage =
     "usage: tarnwell-scan [--threads N] [--json] [-o FILE] PATH\n"
     "       tarnwell-scan [--json] --open FILE\n"
+    "       tarnwell-scan [--json] --open FILE --duplicates\n"
     "       tarnwell-scan [--json] --open FILE --trash PATH...\n"
     "  --threads N  threads making system calls, the walk included (default 2)\n"
     "  --json       print one JSON line of figures instead of the listing\n"
     "  -o FILE      save the scan as a scan database in FILE\n"
     "  --open FILE  show a saved scan database without scanning\n"
+    "  --duplicates list files of equal contents in the saved scan, largest first\n"
     "  --trash PATH...  move these items of the saved scan to the Trash and mark them deleted in\n"
     "               it (every argument after --trash is a path)\n";
 
@@ -143,6 +146,7 @@ int openSavedScan(const std::string& file, bool json) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (const int status = tw::runDuplicatesCommand(argc, argv); status >= 0) return status;
   int threads = 2;
   bool json = false;
   std::string path;

@@ -26,6 +26,7 @@
 
 #include "platform/error.h"
 #include "scan/scan_node.h"
+#include "store/duplicates.h"
 #include "store/file_system_calls.h"
 #include "store/sqlite_statement.h"
 
@@ -119,6 +120,22 @@ class ScanStore : public std::enable_shared_from_this<ScanStore> {
   // once. All or nothing; an empty list succeeds at once. Nodes in memory are not changed.
   bool setNodes(const std::vector<ScanNode*>& nodes, bool deleted, Error* error = nullptr);
 
+  // Duplicate files: equal allocated size and equal SHA-256 contents, checksums kept in the file.
+  // The groups the stored checksums prove now, without reading any file: at most 500 members,
+  // largest first, then by path. Failures go to lastReadError().
+  std::vector<DuplicateGroup> duplicateSnapshotUnderNode(
+      ScanNode* node, DuplicateGroupsByPath* groupsByPath = nullptr);
+  // Brings the checksums of every file below `node` that shares its size with another up to date,
+  // reading only files new or changed since their checksum, and returns the groups as the snapshot
+  // does. Progress comes after each stored batch of 100 on the calling thread; the store is locked
+  // only for database steps. A failed batch is rolled back and ends the search with the groups
+  // found so far and the error.
+  std::vector<DuplicateGroup> duplicateFilesUnderNode(ScanNode* node,
+                                                      DuplicateGroupsByPath* groupsByPath,
+                                                      const DuplicateSearchOptions& options = {},
+                                                      Error* error = nullptr,
+                                                      DuplicateSearchFigures* figures = nullptr);
+
   // Calls `callback` for every item of the subtree in the order they were written. The store is
   // not locked while the callback runs, so the callback may load children of any node.
   bool enumerateNodesUnderNode(ScanNode* node, const NodeStreamCallback& callback,
@@ -140,6 +157,9 @@ class ScanStore : public std::enable_shared_from_this<ScanStore> {
   std::vector<ScanNodeRef> subtreeNodes(const char* sql, ScanNode* node, int64_t limit);
   // setNodes on rows `ids`, none inside another, in one immediate transaction.
   bool markRows(const std::vector<int64_t>& ids, bool deleted, Error* error);
+  std::vector<DuplicateGroup> duplicateSnapshotUnderID(int64_t nodeID,
+                                                       DuplicateGroupsByPath* groupsByPath);
+  friend class DuplicateSearch;
 
   std::string path_;
   sqlite3* db_ = nullptr;

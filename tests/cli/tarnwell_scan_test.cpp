@@ -150,6 +150,34 @@ TEST(TarnwellScan, RootsAndFilesThatCannotBeReadExitOneWithTheReason) {
   }
 }
 
+TEST(TarnwellScan, DuplicatesOfASavedScanListLargestFirstAndASecondRunReadsNothing) {
+  TempTree tree;
+  const std::string root = tree.folder("scan");
+  const uint64_t small = allocatedSize(tree.file("scan/a/one.txt", 3000));
+  tree.file("scan/b/one copy.txt", 3000);
+  test::writeFile(tree.path("scan/other.txt"), std::string(3000, 'o'));
+  const uint64_t big = allocatedSize(tree.file("scan/big.bin", 50000));
+  tree.file("scan/c/big copy.bin", 50000);
+  tree.file("scan/c/big third.bin", 50000);
+  const std::string database = tree.path("scan.sqlite");
+  ASSERT_EQ(runTool({"-o", database, root}).status, 0);
+  ProcessRun listed = runTool({"--open", database, "--duplicates"});
+  ASSERT_EQ(listed.status, 0) << listed.err;
+  EXPECT_EQ(lines(listed.out),
+            (std::vector<std::string>{
+                formatByteCount(big) + " × 3", root + "/big.bin", root + "/c/big copy.bin",
+                root + "/c/big third.bin", formatByteCount(small) + " × 2", root + "/a/one.txt",
+                root + "/b/one copy.txt",
+                "2 groups, 5 files, " + formatByteCount(2 * big + small) + " in extra copies"}));
+  ProcessRun again = runTool({"--duplicates", "--json", "--open", database});
+  ASSERT_EQ(again.status, 0) << again.err;
+  EXPECT_EQ(jsonNumber(again.out, "groups"), 2u);
+  EXPECT_EQ(jsonNumber(again.out, "files"), 5u);
+  EXPECT_EQ(jsonNumber(again.out, "wasted_bytes"), 2 * big + small);
+  EXPECT_EQ(jsonNumber(again.out, "hashed_bytes"), 0u) << again.out;
+  EXPECT_NE(jsonValue(again.out, "dup_s"), "<missing>");
+}
+
 TEST(TarnwellScan, TrashMovesSafeItemsOfASavedScanAndShrinksItOrMovesNothing) {
   TempTree tree;
   const std::string scan = tree.folder("scan");
@@ -186,7 +214,8 @@ TEST(TarnwellScan, BadArgumentsExitTwoWithUsage) {
   for (const char* line :
        {"", "--json", "--bogus /", "/ /", "--threads", "/ --threads", "--threads abc /",
         "--threads 0 /", "--threads -2 /", "--threads 3x /", "--open x.sqlite /", "--trash /",
-        "--open x.sqlite --trash", "/ --trash /x", "-o x.sqlite --trash /x"}) {
+        "--open x.sqlite --trash", "/ --trash /x", "-o x.sqlite --trash /x", "--duplicates",
+        "--duplicates /", "--open x.sqlite --duplicates --threads 2"}) {
     std::vector<std::string> args;
     std::istringstream words(line);
     for (std::string word; words >> word;) args.push_back(word);
