@@ -84,6 +84,7 @@ MarkOutcome markMovedItems(ScanStore& store, const TrashMapping& mapping) {
 
 TrashRestoreOutcome restoreItems(const TrashMapping& mapping, const TrashOptions& options) {
   TrashRestoreOutcome outcome;
+  TrashRestorer restorer(options);
   for (const auto& pair : mapping) {
     const auto& [original, trashed] = pair;
     struct stat st {};
@@ -91,7 +92,7 @@ TrashRestoreOutcome restoreItems(const TrashMapping& mapping, const TrashOptions
     bool restored = ::lstat(original.c_str(), &st) != 0 && errno == ENOENT;
     if (restored) {
       Error error;
-      restored = restoreFromTrash(trashed, original, options, &error);
+      restored = restorer.restore(trashed, original, &error);
     }
     if (restored) {
       outcome.restoredPaths.push_back(standardizePath(original));
