@@ -1,6 +1,7 @@
 // Platform rules: whether the process may read every folder, which folders it may enter, which
 // mounts are disks, the volume of a path and package names; standard paths, names and
-// containment, the natural name order and wildcard matching of names.
+// containment, links resolved for many paths at once, the natural name order and wildcard matching
+// of names.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
