@@ -243,7 +243,9 @@ TEST(RealPathCache, AnswersWhatRealpathAnswersForEveryPathOfAPass) {
       const char* expected = ::realpath(path.c_str(), resolved);
       const std::optional<std::string> got = cache.resolve(path);
       ASSERT_EQ(got.has_value(), expected != nullptr) << path;
-      if (got) EXPECT_EQ(*got, expected) << path;
+      if (got) {
+        EXPECT_EQ(*got, expected) << path;
+      }
     }
   }
 }
