@@ -3,11 +3,12 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <unordered_set>
 
 #include "platform/paths.h"
+#include "platform/real_path_cache.h"
 #include "store/scan_store.h"
 
 namespace tw {
@@ -15,15 +16,13 @@ namespace tw {
 namespace {
 
 // `path` with its folder's links resolved; as it is when the folder cannot be resolved.
-std::string withRealFolder(const std::string& path) {
+std::string withRealFolder(const std::string& path, RealPathCache& folders) {
   const std::string standardized = standardizePath(path);
   const std::string folder = parentPath(standardized);
   if (folder.empty() || folder == standardized) return path;
-  char* real = ::realpath(folder.c_str(), nullptr);
-  if (real == nullptr) return path;
-  std::string resolved = appendPathComponent(real, displayNameForPath(standardized));
-  std::free(real);
-  return resolved;
+  const std::optional<std::string> real = folders.resolve(folder);
+  if (!real) return path;
+  return appendPathComponent(*real, displayNameForPath(standardized));
 }
 
 }  // namespace
@@ -33,8 +32,9 @@ TrashOutcome moveItemsToTrash(const std::vector<std::string>& paths, std::string
   TrashOutcome outcome;
   // The whole queue passes before anything moves.
   const SafetyCheck check(scanRootPath, rule);
+  RealPathCache folders;
   for (const std::string& path : paths) {
-    if (check.isSafe(path)) continue;
+    if (check.isSafe(path, folders)) continue;
     outcome.status = TrashOutcome::Status::UnsafeItem;
     outcome.unsafePath = path;
     return outcome;
@@ -44,7 +44,7 @@ TrashOutcome moveItemsToTrash(const std::vector<std::string>& paths, std::string
   // in after this still makes the Trash refuse the item.
   std::vector<std::string> realPaths;
   realPaths.reserve(paths.size());
-  for (const std::string& path : paths) realPaths.push_back(withRealFolder(path));
+  for (const std::string& path : paths) realPaths.push_back(withRealFolder(path, folders));
   Error error;
   std::optional<TrashMapping> mapping = moveToTrash(realPaths, options, &error);
   if (!mapping) {
@@ -61,17 +61,12 @@ TrashOutcome moveItemsToTrash(const std::vector<std::string>& paths, std::string
 
 MarkOutcome markMovedItems(ScanStore& store, const TrashMapping& mapping) {
   MarkOutcome outcome;
-  std::vector<ScanNodeRef> found;
-  found.reserve(mapping.size());
-  bool missing = false;
-  for (const auto& [original, trashed] : mapping) {
-    if (original.empty()) continue;
-    if (ScanNodeRef node = store.nodeAtPath(standardizePath(original)))
-      found.push_back(std::move(node));
-    else
-      missing = true;
-  }
-  if (missing) {
+  std::vector<std::string> originals;
+  originals.reserve(mapping.size());
+  for (const auto& [original, trashed] : mapping)
+    if (!original.empty()) originals.push_back(standardizePath(original));
+  std::vector<ScanNodeRef> found = store.nodesAtPaths(originals);
+  if (std::find(found.begin(), found.end(), nullptr) != found.end()) {
     outcome.error = Error{kSQLiteErrorDomain, 1, kMovedItemsNotFoundMessage};
     return outcome;
   }
@@ -89,6 +84,7 @@ MarkOutcome markMovedItems(ScanStore& store, const TrashMapping& mapping) {
 
 TrashRestoreOutcome restoreItems(const TrashMapping& mapping, const TrashOptions& options) {
   TrashRestoreOutcome outcome;
+  TrashRestorer restorer(options);
   for (const auto& pair : mapping) {
     const auto& [original, trashed] = pair;
     struct stat st {};
@@ -96,7 +92,7 @@ TrashRestoreOutcome restoreItems(const TrashMapping& mapping, const TrashOptions
     bool restored = ::lstat(original.c_str(), &st) != 0 && errno == ENOENT;
     if (restored) {
       Error error;
-      restored = restoreFromTrash(trashed, original, options, &error);
+      restored = restorer.restore(trashed, original, &error);
     }
     if (restored) {
       outcome.restoredPaths.push_back(standardizePath(original));

@@ -18,6 +18,7 @@
 namespace tw {
 
 class ScanStore;
+class RealPathCache;
 
 // The safety rule: what may never be moved to the Trash.
 struct SafetyRule {
@@ -35,6 +36,8 @@ class SafetyCheck {
  public:
   SafetyCheck(std::string_view scanRootPath, const SafetyRule& rule);
   bool isSafe(std::string_view path) const;
+  // The same with the folders' links resolved through `folders`, shared by a pass over one list.
+  bool isSafe(std::string_view path, RealPathCache& folders) const;
 
  private:
   std::string root_;

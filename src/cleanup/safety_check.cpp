@@ -7,11 +7,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 
 #include "cleanup/cleanup.h"
 #include "platform/paths.h"
+#include "platform/real_path_cache.h"
 
 namespace tw {
 
@@ -26,24 +26,23 @@ constexpr std::array<std::string_view, 22> kProtectedPaths = {
 // Removable disks are mounted below these; what lies on them stays usable.
 constexpr std::array<std::string_view, 2> kRemovableMountFolders = {"/run/media", "/media"};
 
-std::optional<std::string> realPath(const std::string& path) {
-  char resolved[PATH_MAX];
-  if (::realpath(path.c_str(), resolved) == nullptr) return std::nullopt;
-  return std::string(resolved);
-}
-
 // The path with every link resolved, standardized. An item that is gone, or a dangling link, keeps
 // its own name below its resolved folder; without that folder the path is only standardized.
-std::string resolvedPath(std::string_view path) {
+std::string resolvedPath(std::string_view path, RealPathCache& folders) {
   if (path.empty()) return {};
   const std::string standardized = standardizePath(path);
-  if (std::optional<std::string> resolved = realPath(standardized)) return *resolved;
+  if (std::optional<std::string> resolved = folders.resolve(standardized)) return *resolved;
   const std::string folder = parentPath(standardized);
   if (!folder.empty() && folder != standardized) {
-    if (std::optional<std::string> resolvedFolder = realPath(folder))
+    if (std::optional<std::string> resolvedFolder = folders.resolve(folder))
       return appendPathComponent(*resolvedFolder, displayNameForPath(standardized));
   }
   return standardized;
+}
+
+std::string resolvedPath(std::string_view path) {
+  RealPathCache folders;
+  return resolvedPath(path, folders);
 }
 
 std::string homeOfUser(uid_t uid) {
@@ -102,7 +101,12 @@ SafetyCheck::SafetyCheck(std::string_view scanRootPath, const SafetyRule& rule)
 }
 
 bool SafetyCheck::isSafe(std::string_view path) const {
-  const std::string p = resolvedPath(path);
+  RealPathCache folders;
+  return isSafe(path, folders);
+}
+
+bool SafetyCheck::isSafe(std::string_view path, RealPathCache& folders) const {
+  const std::string p = resolvedPath(path, folders);
   if (p.empty()) return false;
   if (p == "/") return false;
   if (p == root_) return false;

@@ -333,9 +333,36 @@ std::optional<TrashMapping> moveToTrash(const std::vector<std::string>& paths,
   return mapping;
 }
 
+// A trash folder a restorer reached: the folder itself (for info/ and directorysizes) and files/.
+struct RestoreTrash {
+  int folderFd = -1, filesFd = -1;
+};
+
+struct TrashRestorer::Folders {
+  Folders(const TrashCalls& c) : calls(c), walker(c, kOpenFolders) {}
+  ~Folders() {
+    for (const auto& [path, trash] : trashes)
+      for (int fd : {trash.folderFd, trash.filesFd})
+        if (fd >= 0) close(fd);
+  }
+  const TrashCalls& calls;
+  FolderWalker walker;
+  std::map<std::string, RestoreTrash> trashes;  // by path; only folders that opened
+};
+
+TrashRestorer::TrashRestorer(const TrashOptions& options)
+    : folders_(std::make_unique<Folders>(options.calls ? *options.calls : TrashCalls::system())) {}
+
+TrashRestorer::~TrashRestorer() = default;
+
 bool restoreFromTrash(const std::string& trashedPath, const std::string& originalPath,
                       const TrashOptions& options, Error* error) {
-  const TrashCalls& calls = options.calls ? *options.calls : TrashCalls::system();
+  return TrashRestorer(options).restore(trashedPath, originalPath, error);
+}
+
+bool TrashRestorer::restore(const std::string& trashedPath, const std::string& originalPath,
+                            Error* error) {
+  const TrashCalls& calls = folders_->calls;
   const std::optional<SplitPath> trashed = splitAbsolutePath(trashedPath);
   const std::optional<SplitPath> original = splitAbsolutePath(originalPath);
   auto fail = [&](int code, const std::string& reason) {
@@ -348,29 +375,34 @@ bool restoreFromTrash(const std::string& trashedPath, const std::string& origina
   if (!trashed || displayNameForPath(trashed->parent) != "files")
     return fail(EINVAL, "It is not in a trash folder.");
 
-  FolderWalker walker(calls, 8);
-  const int parentFd = walker.open(original->parent);
+  const int parentFd = folders_->walker.open(original->parent);
   if (parentFd < 0) {
     const int err = errno;
     return fail(err, folderReason(err, original->parent));
   }
   const std::string trashPath = parentPath(trashed->parent);
-  const int trashFd =
-      calls.openat(AT_FDCWD, trashPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
-  const int filesFd = trashFd < 0 ? -1
-                                  : calls.openat(trashFd, "files",
-                                                 O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC, 0);
-  if (filesFd < 0) {
-    const int err = errno;
-    if (trashFd >= 0) close(trashFd);
-    return fail(err, "Its trash folder could not be opened (" + posixError(err).description + ").");
+  auto known = folders_->trashes.find(trashPath);
+  if (known == folders_->trashes.end()) {
+    RestoreTrash trash;
+    trash.folderFd =
+        calls.openat(AT_FDCWD, trashPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0);
+    trash.filesFd = trash.folderFd < 0
+                        ? -1
+                        : calls.openat(trash.folderFd, "files",
+                                       O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC, 0);
+    if (trash.filesFd < 0) {
+      const int err = errno;
+      if (trash.folderFd >= 0) close(trash.folderFd);
+      return fail(err,
+                  "Its trash folder could not be opened (" + posixError(err).description + ").");
+    }
+    known = folders_->trashes.emplace(trashPath, trash).first;
   }
-  const int moved = calls.renameat2(filesFd, trashed->name.c_str(), parentFd,
+  const RestoreTrash& trash = known->second;
+  const int moved = calls.renameat2(trash.filesFd, trashed->name.c_str(), parentFd,
                                     original->name.c_str(), RENAME_NOREPLACE);
   const int err = errno;
-  close(filesFd);
   if (moved != 0) {
-    close(trashFd);
     if (err == EEXIST) return fail(err, "An item with the same name is already there.");
     if (err == ENOENT) return fail(err, "It is no longer in the Trash.");
     if (err == EINVAL)
@@ -378,16 +410,16 @@ bool restoreFromTrash(const std::string& trashedPath, const std::string& origina
                   "This file system cannot move it without the risk of replacing another item.");
     return fail(err, posixError(err).description + ".");
   }
-  calls.unlinkat(trashFd, ("info/" + trashed->name + ".trashinfo").c_str(), 0);
+  calls.unlinkat(trash.folderFd, ("info/" + trashed->name + ".trashinfo").c_str(), 0);
   // Only folders have a directorysizes line.
   struct stat restored {};
   if (fstatat(parentFd, original->name.c_str(), &restored, AT_SYMLINK_NOFOLLOW) == 0 &&
       S_ISDIR(restored.st_mode)) {
-    TrashFolder trash;
-    trash.folderFd = trashFd;
-    updateDirectorySizes(trash, {}, {trashed->name}, calls);
+    TrashFolder folder;
+    folder.folderFd = trash.folderFd;
+    updateDirectorySizes(folder, {}, {trashed->name}, calls);
+    folder.folderFd = -1;
   }
-  close(trashFd);
   return true;
 }
 

@@ -13,6 +13,7 @@
 #include <sys/types.h>
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -53,6 +54,20 @@ std::optional<TrashMapping> moveToTrash(const std::vector<std::string>& paths,
 // creating missing folders, then removes its .trashinfo.
 bool restoreFromTrash(const std::string& trashedPath, const std::string& originalPath,
                       const TrashOptions& options, Error* error);
+// The same for many items in a row: the folders on the way and the trash folders are opened once
+// for all of them (without following links, as for one) and kept open while it lives.
+class TrashRestorer {
+ public:
+  explicit TrashRestorer(const TrashOptions& options);
+  ~TrashRestorer();
+  TrashRestorer(const TrashRestorer&) = delete;
+  TrashRestorer& operator=(const TrashRestorer&) = delete;
+  bool restore(const std::string& trashedPath, const std::string& originalPath, Error* error);
+
+ private:
+  struct Folders;
+  std::unique_ptr<Folders> folders_;
+};
 // Locations: the home trash's "files" folder, for "View Trash".
 std::string homeTrashFilesFolder(const TrashOptions& options = {});
 

@@ -187,6 +187,31 @@ ScanNodeRef ScanStore::nodeAtPath(std::string_view path) {
   return nodes.empty() ? nullptr : nodes.front();
 }
 
+std::vector<ScanNodeRef> ScanStore::nodesAtPaths(const std::vector<std::string>& paths) {
+  std::vector<ScanNodeRef> nodes(paths.size());
+  std::lock_guard guard(lock_);
+  lastReadError_.reset();
+  Statement select;
+  if (!select.prepare(db_, schema::kNodeAtPath)) {
+    lastReadError_ = sqliteError(db_, schema::label::kPrepareQuery);
+    return nodes;
+  }
+  ScanNodeRef answer = ScanNode::makeRoot("", true);
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    if (paths[i].empty()) continue;
+    const std::string standardized = standardizePath(paths[i]);
+    select.bindText(1, standardized);
+    const int step = select.step();
+    if (step == SQLITE_ROW) {
+      nodes[i] = nodeFromStatement(select.get(), nullptr, answer.get())->ref();
+    } else if (step != SQLITE_DONE) {
+      lastReadError_ = sqliteError(db_, schema::label::kReadItems);
+    }
+    select.resetAndClear();
+  }
+  return nodes;
+}
+
 std::vector<ScanNode*> ScanStore::childrenOfNode(ScanNode& node) {
   const int64_t id = node.databaseNodeID();
   std::lock_guard guard(lock_);

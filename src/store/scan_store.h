@@ -90,6 +90,9 @@ class ScanStore : public std::enable_shared_from_this<ScanStore> {
   ScanNodeRef rootNode();
   // The first item whose path is `path` (standardized first), as a node of its own.
   ScanNodeRef nodeAtPath(std::string_view path);
+  // nodeAtPath for many paths at once, answer i for path i (null where there is none): one
+  // prepared query and one tree for all the nodes, for lists of thousands.
+  std::vector<ScanNodeRef> nodesAtPaths(const std::vector<std::string>& paths);
   // The children of `node` in the child order, made in node's tree with `node` as parent.
   std::vector<ScanNode*> childrenOfNode(ScanNode& node);
 

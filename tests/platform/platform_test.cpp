@@ -1,6 +1,7 @@
 // Platform rules: whether the process may read every folder, which folders it may enter, which
 // mounts are disks, the volume of a path and package names; standard paths, names and
-// containment, the natural name order and wildcard matching of names.
+// containment, links resolved for many paths at once, the natural name order and wildcard matching
+// of names.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -8,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -16,6 +18,7 @@
 #include "platform/mounted_disks.h"
 #include "platform/natural_order.h"
 #include "platform/paths.h"
+#include "platform/real_path_cache.h"
 #include "platform/volume_layout.h"
 #include "support/temp_tree.h"
 
@@ -212,6 +215,39 @@ TEST(Paths, StandardFormNamesParentsAndInsideMeaningBelowTheFolderFollowedBySlas
   EXPECT_FALSE(isInside("/", "/"));
   EXPECT_TRUE(isSameOrInside("/a", "/a"));
   EXPECT_FALSE(isSameOrInside("/a", ""));
+}
+
+// One cache over many paths answers what realpath(3) answers for each, whatever the links on the
+// way: to folders (relative, chained, to "/"), dangling, to files, below files, missing parts.
+TEST(RealPathCache, AnswersWhatRealpathAnswersForEveryPathOfAPass) {
+  test::TempTree tree;
+  tree.file("real/a/b/file", 3);
+  tree.folder("real/a/empty");
+  tree.symlink("real/a", "ln");  // relative link to a folder
+  tree.symlink("ln", "chain");   // a link to a link
+  tree.symlink("../real/a/b/file", "real/tofile");
+  tree.symlink("nowhere", "real/dangling");
+  tree.symlink("/", "real/toroot");
+  tree.symlink(tree.path("real/a/b"), "real/a/abs");
+  std::vector<std::string> paths;
+  for (const char* relative :
+       {"real/a/b/file", "ln/b/file", "chain/b/file", "chain/b", "ln/empty", "real/tofile",
+        "real/tofile/x", "real/a/b/file/x", "real/dangling", "real/dangling/x", "real/missing",
+        "real/missing/x", "real/toroot/tmp", "real/a/abs/file", "ln/abs/file"})
+    paths.push_back(standardizePath(tree.path(relative)));
+  paths.insert(paths.end(), {"/", "/tmp", "/proc/self/cwd"});
+  RealPathCache cache;
+  for (int pass = 0; pass < 2; ++pass) {  // the second pass answers from remembered folders
+    for (const std::string& path : paths) {
+      char resolved[PATH_MAX];
+      const char* expected = ::realpath(path.c_str(), resolved);
+      const std::optional<std::string> got = cache.resolve(path);
+      ASSERT_EQ(got.has_value(), expected != nullptr) << path;
+      if (got) {
+        EXPECT_EQ(*got, expected) << path;
+      }
+    }
+  }
 }
 
 bool before(std::string_view a, std::string_view b) {
