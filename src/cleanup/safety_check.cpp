@@ -1,30 +1,18 @@
 // The path safety rule: what may never be moved to the Trash. Paths are compared only after links
 // are resolved, so a link inside the scan cannot lead the Trash into a system folder.
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
-#include <cstdlib>
 
 #include "cleanup/cleanup.h"
 #include "platform/paths.h"
+#include "platform/protected_locations.h"
 #include "platform/real_path_cache.h"
 
 namespace tw {
 
 namespace {
-
-// Folders of the system, "equal or below": the macOS ones first, so a scan made there is judged
-// alike, then the Linux ones.
-constexpr std::array<std::string_view, 22> kProtectedPaths = {
-    "/System", "/Library", "/Applications", "/usr",   "/bin",   "/sbin",   "/private", "/boot",
-    "/dev",    "/etc",     "/lib",          "/lib32", "/lib64", "/libx32", "/opt",     "/proc",
-    "/root",   "/run",     "/snap",         "/srv",   "/sys",   "/var"};
-// Removable disks are mounted below these; what lies on them stays usable.
-constexpr std::array<std::string_view, 2> kRemovableMountFolders = {"/run/media", "/media"};
 
 // The path with every link resolved, standardized. An item that is gone, or a dangling link, keeps
 // its own name below its resolved folder; without that folder the path is only standardized.
@@ -45,17 +33,6 @@ std::string resolvedPath(std::string_view path) {
   return resolvedPath(path, folders);
 }
 
-std::string homeOfUser(uid_t uid) {
-  long size = ::sysconf(_SC_GETPW_R_SIZE_MAX);
-  std::string buffer(size > 0 ? static_cast<size_t>(size) : 16384, '\0');
-  passwd entry{};
-  passwd* found = nullptr;
-  if (::getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr ||
-      found->pw_dir == nullptr)
-    return {};
-  return found->pw_dir;
-}
-
 // The home folders as written and as resolved: a rule may name a home reached through a link.
 std::vector<std::string> bothForms(const std::string& path) {
   if (path.empty()) return {};
@@ -64,10 +41,7 @@ std::vector<std::string> bothForms(const std::string& path) {
 
 bool isProtectedResolvedPath(std::string_view resolved,
                              const std::vector<std::string>& protectedHomes) {
-  for (std::string_view folder : kRemovableMountFolders)
-    if (isInside(resolved, folder)) return false;
-  for (std::string_view folder : kProtectedPaths)
-    if (isSameOrInside(resolved, folder)) return true;
+  if (isProtectedSystemPath(resolved)) return true;
   for (const std::string& home : protectedHomes)
     if (isSameOrInside(resolved, home)) return true;
   return false;
@@ -80,17 +54,7 @@ SafetyRule SafetyRule::forThisProcess() {
   rule.homeFolder = homeDirectory();
   // Started as root through pkexec, the home is root's own; the caller's home holds the files of
   // the user who asked, and root is not to clean them out.
-  if (::geteuid() == 0) {
-    if (const char* caller = std::getenv("PKEXEC_UID"); caller && *caller) {
-      char* end = nullptr;
-      errno = 0;
-      const unsigned long uid = std::strtoul(caller, &end, 10);
-      if (errno == 0 && *end == '\0') {
-        if (std::string home = homeOfUser(static_cast<uid_t>(uid)); !home.empty())
-          rule.protectedHomes.push_back(std::move(home));
-      }
-    }
-  }
+  rule.protectedHomes = protectedHomeFolders();
   return rule;
 }
 
