@@ -13,6 +13,7 @@
 #include "cleanup/delete_queue.h"
 #include "platform/file_manager.h"
 #include "platform/paths.h"
+#include "platform/real_path_cache.h"
 #include "store/scan_store.h"
 
 namespace tw {
@@ -119,8 +120,9 @@ void CleanupFlow::moveCollectedItemsToTrash() {
   // The whole queue passes the check before anything moves.
   const std::string rootPath = root_->path();
   const SafetyCheck check(rootPath, safety_);
+  RealPathCache folders;  // items of one folder share its resolved links
   for (const std::string& path : paths) {
-    if (!check.isSafe(path)) {
+    if (!check.isSafe(path, folders)) {
       setRunning(false);
       emit statusMessage(kUnsafeText);
       return;
