@@ -7,7 +7,6 @@
 #include <QThreadPool>
 #include <QTimer>
 #include <QUrl>
-#include <set>
 
 #include "cleanup/cleanup_sheets.h"
 #include "cleanup/delete_queue.h"
@@ -203,18 +202,11 @@ void CleanupFlow::undoLastCleanup() {
   const TrashRestoreOutcome restored = restoreItems(lastTrashMapping_, options_.trash);
   std::size_t failures = restored.failedNames.size();
 
-  std::set<std::string> restoredPaths;
-  for (const std::string& path : restored.restoredPaths)
-    restoredPaths.insert(standardizePath(path));
-  std::vector<ScanNode*> nodes;
-  for (const ScanNodeRef& node : lastTrashNodes_)
-    if (restoredPaths.count(standardizePath(node->path()))) nodes.push_back(node.get());
   std::shared_ptr<ScanStore> store = root_ ? root_->scanStore() : nullptr;
-  if (!nodes.empty() && store) {
-    Error error;
-    // The saved scan counts as one more item that could not be restored.
-    if (!store->setNodes(nodes, false, &error)) ++failures;
-  }
+  Error error;
+  // The saved scan counts as one more item that could not be restored.
+  if (store && !unmarkRestoredItems(*store, lastTrashNodes_, restored.restoredPaths, &error))
+    ++failures;
   lastTrashMapping_ = restored.remaining;
   if (lastTrashMapping_.empty()) lastTrashNodes_.clear();
   emit reloadRequested();
