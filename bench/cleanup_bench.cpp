@@ -12,17 +12,15 @@
 #include <string>
 #include <vector>
 
+#include "bench_timing.h"
 #include "cleanup/cleanup.h"
 #include "cli/json_line.h"
 #include "store/scan_store.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-double secondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
+using tw::bench::Clock;
+using tw::bench::secondsSince;
 
 // CPU seconds of the process so far: on a shared machine, what the wall clock cannot tell apart
 // from waiting for a core.

@@ -23,22 +23,16 @@
 #include <string>
 #include <vector>
 
+#include "bench_timing.h"
 #include "services/library_files.h"
 #include "services/scan_library.h"
 #include "store/scan_store.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-double secondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
+using tw::bench::Clock;
+using tw::bench::median;
+using tw::bench::secondsSince;
 
 // A scan of `items` entries: folders of 1,000 files, sizes spread so the order is not trivial.
 tw::ScanNodeRef makeTree(const std::string& location, int items) {

@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "bench_timing.h"
 #include "cli/json_line.h"
 #include "scan/directory_scanner.h"
 #include "store/scan_store.h"
@@ -26,20 +27,13 @@ extern char** environ;
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-double secondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
+using tw::bench::Clock;
+using tw::bench::median;
+using tw::bench::secondsSince;
 
 // Heap bytes in use: unlike the resident size, it drops when memory is freed for reuse.
 uint64_t heapInUseBytes() {
   return mallinfo2().uordblks + mallinfo2().hblkhd;
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
 }
 
 double maximum(const std::vector<double>& values) {

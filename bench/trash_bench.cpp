@@ -14,20 +14,14 @@
 #include <string>
 #include <vector>
 
+#include "bench_timing.h"
 #include "platform/trash.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-double secondsSince(Clock::time_point start) {
-  return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-double median(std::vector<double> values) {
-  std::sort(values.begin(), values.end());
-  return values[values.size() / 2];
-}
+using tw::bench::Clock;
+using tw::bench::median;
+using tw::bench::secondsSince;
 
 }  // namespace
 
